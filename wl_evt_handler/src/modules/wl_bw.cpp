@@ -1,0 +1,17 @@
+#include "wl_bw.h"
+
+void vre_bw_set_limit(vre_iw_cmd_t, void *, int) {}
+
+void vre_bw_clr_limit(vre_iw_cmd_t, void *, int) {}
+
+void bw_status(vre_iw_cmd_t, void *, int) {}
+
+void bw_set_limit_node_authorized(vre_iw_cmd_t, void *, int) {}
+
+void vre_bw_clr_limit_disassoc(vre_iw_cmd_t, void *, int) {}
+
+int bw_init() {
+    return 0;
+}
+
+void bw_deinit() {}
