@@ -1,0 +1,1 @@
+"""The simulated access point: everything around the daemon, in its own sandbox (sim/sandbox)."""

@@ -1,0 +1,147 @@
+"""A prompt to talk to the daemon with, once the scenarios are over."""
+
+from __future__ import annotations
+
+import cmd
+import subprocess
+import sys
+import time
+
+from sim import bus
+from sim.access_point import LOG
+from sim.events import NAMES, coded, describe, typical, u16, vlan_information
+from sim.stage import Stage, show
+
+HELP = """\
+  level N             set the debug level over the bus (2 to 7)
+  steer CODE          send a smart-steering event with this code
+  vlans V,V,...       report VLANs as the sensor does (0 is untagged traffic)
+  send EVENT [HEX]    send any event; without HEX with a typical payload ("events" lists the names)
+  flood N             send N authorisations of a client
+  reload TEXT         send a reload command as it is, trailing blank too: "reload APPL_SANITY_TEST "
+  log [N]             the last N lines of the debug log (20)
+  bus                 the queues, and what the daemon has published
+  syslog              the system log
+  restart             end the daemon and start it again
+  shell               a shell inside the access point
+  quit                end everything"""
+
+OTHER_TERMINAL = f"""\
+From another terminal, in the project's directory:
+  sim/enter tail -f {LOG}
+  sim/enter python3 -m sim.reload "APPL_SANITY_TEST "
+  sim/enter python3 -m sim.reload "7 SET_DEBUG_LEVEL"
+  sim/enter python3 -m sim.bus send VRE.bw.events {coded(0, u16(7)).hex()}
+  sim/enter python3 -m sim.bus listen /hostapd
+  sim/enter                                    (a shell)"""
+
+
+class Prompt(cmd.Cmd):
+    prompt = "access point> "
+
+    def __init__(self, stage: Stage):
+        super().__init__()
+        self.stage = stage
+        self.use_rawinput = sys.stdin.isatty()
+        self.input_ended = False
+
+    def onecmd(self, line: str) -> bool:
+        try:
+            return bool(super().onecmd(line))
+        except (OSError, ValueError, KeyError) as failure:
+            print(f"  that failed: {failure}")
+            return False
+
+    def postcmd(self, stop: bool, line: str) -> bool:
+        if not stop:
+            self.stage.show_news()
+        return stop
+
+    def emptyline(self) -> bool:
+        return False
+
+    def default(self, line: str) -> None:
+        print(f'  no command "{line.split()[0]}"; "help" lists them')
+
+    def do_help(self, arg: str) -> None:
+        print(f"{HELP}\n\n{OTHER_TERMINAL}")
+
+    def do_level(self, arg: str) -> None:
+        self.stage.send("VRE.bw.events", coded(0, u16(int(arg))))
+
+    def do_steer(self, arg: str) -> None:
+        self.stage.send("VRE.smart_steering", coded(int(arg), bytes(25)))
+
+    def do_vlans(self, arg: str) -> None:
+        self.stage.send("VRE.vlan.detector", vlan_information({int(vlan) for vlan in arg.split(",")}))
+
+    def do_send(self, arg: str) -> None:
+        event, _, digits = arg.partition(" ")
+        self.stage.send(event, bytes.fromhex(digits) if digits else typical(event))
+
+    def do_flood(self, arg: str) -> None:
+        count = int(arg)
+        began = time.monotonic()
+        for _ in range(count):
+            self.stage.send_quietly("VRE.node_authorize", typical("VRE.node_authorize"))
+        self.stage.ap.settle()
+        print(f"  {count} events in {time.monotonic() - began:.2f} s")
+
+    def do_events(self, arg: str) -> None:
+        self.columnize(list(NAMES.values()), 110)
+
+    def do_reload(self, arg: str) -> None:
+        reply = self.stage.ap.reload(arg, limit=1)
+        show("reply", "none within a second" if reply is None else repr(reply))
+
+    def parseline(self, line: str) -> tuple[str | None, str | None, str]:
+        """Keeps the trailing blank of a reload command, which is part of it."""
+        command, arg, stripped = super().parseline(line)
+        if command == "reload":
+            arg = line.rstrip("\n").lstrip().partition(" ")[2]
+        return command, arg, stripped
+
+    def do_log(self, arg: str) -> None:
+        for record in self.stage.ap.log()[-int(arg or 20) :]:
+            show("log", f"{record.time} {record.function}: {record.message}")
+
+    def do_bus(self, arg: str) -> None:
+        for name in bus.existing_queues():
+            with bus.Queue(name) as queue:
+                print(f"  {name}: {queue.waiting} of {queue.depth} messages wait")
+        for name, peer in self.stage.ap.peers.items():
+            for message in peer.messages:
+                show("bus", f"{name} got {describe(*message)}")
+
+    def do_syslog(self, arg: str) -> None:
+        for line in self.stage.ap.syslog:
+            show("log", f"{line.tag}: {line.text}")
+
+    def do_restart(self, arg: str) -> None:
+        self.stage.ap.stop()
+        self.stage.ap.start()
+
+    def do_shell(self, arg: str) -> None:
+        subprocess.run(["/bin/bash"], check=False)
+
+    def do_quit(self, arg: str) -> bool:
+        return True
+
+    def do_EOF(self, arg: str) -> bool:
+        print(flush=True)
+        self.input_ended = True
+        return True
+
+
+def stay(stage: Stage) -> None:
+    """Takes commands until told to quit. When they do not come from a terminal, their end ends nothing: the daemon's
+    doings are shown until this process is ended."""
+    print(f"\nThe access point stays up. Commands:\n{HELP}\n\n{OTHER_TERMINAL}\n", flush=True)
+    prompt = Prompt(stage)
+    try:
+        prompt.cmdloop()
+        while prompt.input_ended and not sys.stdin.isatty():
+            stage.show_news()
+            time.sleep(0.2)
+    except KeyboardInterrupt:
+        print()

@@ -1,0 +1,5 @@
+"""What the simulated access point can play, in playing order."""
+
+from sim.scenarios import core
+
+SCENARIOS = (core.play,)
