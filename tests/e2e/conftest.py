@@ -1,0 +1,45 @@
+"""The end-to-end tests: the real daemon in the simulated access point, one sandbox for each test.
+
+The daemon's command is in WL_DAEMON, the library that makes its system calls fail in WL_FAULTS.
+"""
+
+from __future__ import annotations
+
+import os
+import shlex
+import sys
+from collections.abc import Callable, Iterator
+from contextlib import ExitStack
+from typing import Any
+
+import pytest
+
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", ".."))
+
+from sim.access_point import AccessPoint  # noqa: E402
+
+
+@pytest.fixture
+def daemon() -> list[str]:
+    return shlex.split(os.environ["WL_DAEMON"])
+
+
+@pytest.fixture
+def start(daemon: list[str]) -> Iterator[Callable[..., AccessPoint]]:
+    """Starts an access point that is taken down at the end of the test."""
+    with ExitStack() as stack:
+        yield lambda **options: stack.enter_context(AccessPoint(daemon, **options))
+
+
+@pytest.fixture
+def with_faults(daemon: list[str]) -> Callable[[str], list[str]]:
+    """The daemon's command with system calls that fail, such as "mq_receive:1:EBADF" for the first mq_receive."""
+
+    def command(faults: str) -> list[str]:
+        preload = {"LD_PRELOAD": os.environ["WL_FAULTS"], "WL_FAULTS": faults}
+        if "qemu" in daemon[0]:
+            return [daemon[0], *(word for pair in preload.items() for word in ("-E", "=".join(pair))), *daemon[1:]]
+        os.environ["ASAN_OPTIONS"] = os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
+        return ["env", *("=".join(pair) for pair in preload.items()), *daemon]
+
+    return command
