@@ -133,6 +133,8 @@ TEST(WlModulesInit, LogsItsEnd) {
 
 class LabelCatalogue : public testing::Test {
 protected:
+    ~LabelCatalogue() override { (void)hash_delTable(&table, nullptr); }
+
     hashTable_t *table = hash_newTable(137, label_table_hash, label_table_compare);
     log_capture log;
 };

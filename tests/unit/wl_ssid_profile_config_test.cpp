@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 #include "fault.h"
@@ -93,6 +94,12 @@ std::vector<int> vlans(const profile_pointer &profile) {
     for (const list_t *node = profile->extra_vlan_list; node != nullptr; node = node->next)
         ids.push_back(*static_cast<const int32_t *>(node->value));
     return ids;
+}
+
+int lowest_free_descriptor() {
+    const int descriptor = dup(0);
+    close(descriptor);
+    return descriptor;
 }
 
 bool same_bytes(const profile_pointer &profile, const profile_pointer &other) {
@@ -420,6 +427,12 @@ TEST(ProfileFile, ReadsALongLineInPiecesOf511Characters) {
     EXPECT_EQ(profile->ap_vlan, 6U);
 }
 
+TEST(ProfileFile, IsClosed) {
+    const int free_descriptor = lowest_free_descriptor();
+    from_file("VLAN_ID=5\n");
+    EXPECT_EQ(lowest_free_descriptor(), free_descriptor);
+}
+
 TEST(ProfileFile, ReadsALineUpToItsNul) {
     const profile_pointer profile = from_file(std::string("VLAN_ID=5\0VLAN_ID=6\nIAPC_ENABLE=2\n", 34));
     EXPECT_EQ(profile->ap_vlan, 5U);
@@ -484,6 +497,12 @@ TEST_F(DaemonConfiguration, AnEmptyFileLoadsNothingAndDumpsAnEmptyTable) {
     write_file(FILE_PATH, "");
     EXPECT_EQ(lines_at_level(7, [] { read_wl_conf(FILE_PATH); }), (lines{START, END}));
     EXPECT_EQ(initialised, ids{});
+}
+
+TEST_F(DaemonConfiguration, IsClosed) {
+    const int free_descriptor = lowest_free_descriptor();
+    ids_of("PROFILE 7 office\n");
+    EXPECT_EQ(lowest_free_descriptor(), free_descriptor);
 }
 
 TEST_F(DaemonConfiguration, LogsAMissingFileName) {

@@ -354,6 +354,12 @@ TEST_F(InitSsidConfig, NamesTheWholePathOfTheLongestId) {
                   [] { init_ssid_config(0x80000000); });
 }
 
+TEST_F(InitSsidConfig, ReadsTheFilesOfTheLongestId) {
+    write_profile(INT32_MIN, std::string("SSID_PROFILE_ID=7\n") + USABLE);
+    init_ssid_config(0x80000000);
+    EXPECT_EQ(listed(), ids{7});
+}
+
 TEST_F(InitSsidConfig, DropsAProfileWithoutExternalDevice) {
     write_profile(7, "SSID_PROFILE_ID=7\nWL_PROFILE_SSID=net\nVAP_LIST=ath0\n");
     expect_logged(3, "init_ssid_config: Required config not present in /tmp/profile7/wl.conf",
