@@ -54,7 +54,7 @@ def _sanitizers_report_to_files() -> dict[str, str]:
 class AccessPoint:
     """The daemon's surroundings and, between start() and stop(), the daemon.
 
-    command     the daemon, with whatever runs it: ["qemu-mips", "-L", "/usr/mips-linux-gnu", "build/mips/wl_evt_handler"]
+    command     the daemon, with whatever runs it: ["qemu-mips", "-L", "/usr/mips-linux-gnu", ".../wl_evt_handler"]
     arguments   the daemon's own arguments; the default names the log file that the log methods read
     peers       queues of the processes that shall be there
     """

@@ -21,7 +21,7 @@ class HasDescriptor(Protocol):
 class Drain(Generic[T]):
     """Reads a descriptor on a thread of its own until stopped and keeps what came, oldest first.
 
-    `read` is called when there is something to read; it never blocks, and returns None when there was nothing after all.
+    `read` is called when there is something to read; it never blocks, and gives None when there was nothing after all.
     """
 
     def __init__(self, source: HasDescriptor, read: Callable[[], T | None]):

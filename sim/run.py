@@ -1,6 +1,6 @@
 """Starts the access point around a daemon, plays every scenario and sums up; what script/run shows.
 
-Inside the sandbox: python3 -m sim.run [--stay] COMMAND...
+Inside the sandbox: python3 -m sim.run [--stay] --driver LIBRARY COMMAND...
 """
 
 from __future__ import annotations
@@ -8,22 +8,29 @@ from __future__ import annotations
 import argparse
 import sys
 import time
+from contextlib import closing
 
 from sim.access_point import AccessPoint
+from sim.preload import preloaded
 from sim.prompt import stay
 from sim.scenarios import SCENARIOS
 from sim.stage import Stage
+from sim.wireless import Vap, Wireless
+
+VAPS = (Vap("ath0", "Lobby", "02:00:00:00:01:00", proto=3), Vap("ath1", "Hall", "00:00:00:00:00:00", up=False))
 
 
 def main() -> int:
     parser = argparse.ArgumentParser(prog="python3 -m sim.run")
     parser.add_argument("--stay", action="store_true", help="keep the access point up afterwards")
+    parser.add_argument("--driver", required=True, metavar="LIBRARY", help="the simulated wireless driver")
     parser.add_argument("command", nargs=argparse.REMAINDER, help="the daemon, with whatever runs it")
     arguments = parser.parse_args()
 
     began = time.monotonic()
-    with AccessPoint(arguments.command) as access_point:
-        stage = Stage(access_point)
+    wireless = Wireless(*VAPS)
+    with closing(wireless), AccessPoint(preloaded(arguments.command, [arguments.driver])) as access_point:
+        stage = Stage(access_point, wireless)
         try:
             for play in SCENARIOS:
                 play(stage)

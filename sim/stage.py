@@ -7,6 +7,7 @@ import sys
 
 from sim.access_point import AccessPoint, LogRecord
 from sim.events import describe
+from sim.wireless import Wireless
 
 LIMIT = 10.0
 _SANITY_TEST = "APPL_SANITY_TEST "
@@ -29,8 +30,9 @@ def show(label: str, text: str) -> None:
 
 
 class Stage:
-    def __init__(self, access_point: AccessPoint):
+    def __init__(self, access_point: AccessPoint, wireless: Wireless):
         self.ap = access_point
+        self.wireless = wireless
         self.met = 0
         self.failed = 0
         self.sent = 0

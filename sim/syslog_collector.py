@@ -11,7 +11,8 @@ from sim.background import Drain
 
 PATH = "/dev/log"
 _LINE = re.compile(
-    r"<(?P<priority>\d+)>(?P<time>\w{3} [ \d]\d \d\d:\d\d:\d\d) (?:(?P<tag>[^:\[]*?)(?:\[(?P<pid>\d+)\])?: )?(?P<text>.*)",
+    r"<(?P<priority>\d+)>(?P<time>\w{3} [ \d]\d \d\d:\d\d:\d\d) "
+    r"(?:(?P<tag>[^:\[]*?)(?:\[(?P<pid>\d+)\])?: )?(?P<text>.*)",
     re.DOTALL,
 )
 
@@ -31,7 +32,8 @@ def parse(datagram: bytes) -> SyslogLine:
     if match is None:
         return SyslogLine(-1, -1, "", None, line)
     facility, severity = divmod(int(match["priority"]), 8)
-    return SyslogLine(facility, severity, match["tag"] or "", int(match["pid"]) if match["pid"] else None, match["text"])
+    pid = int(match["pid"]) if match["pid"] else None
+    return SyslogLine(facility, severity, match["tag"] or "", pid, match["text"])
 
 
 class SyslogCollector:

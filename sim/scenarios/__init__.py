@@ -1,5 +1,5 @@
 """What the simulated access point can play, in playing order."""
 
-from sim.scenarios import core
+from sim.scenarios import core, vaps
 
-SCENARIOS = (core.play,)
+SCENARIOS = (core.play, vaps.play)
