@@ -17,6 +17,8 @@ import pytest
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", ".."))
 
 from sim.access_point import AccessPoint  # noqa: E402
+from sim.preload import preloaded  # noqa: E402
+from sim.wireless import Vap, Wireless  # noqa: E402
 
 
 @pytest.fixture
@@ -35,11 +37,18 @@ def start(daemon: list[str]) -> Iterator[Callable[..., AccessPoint]]:
 def with_faults(daemon: list[str]) -> Callable[[str], list[str]]:
     """The daemon's command with system calls that fail, such as "mq_receive:1:EBADF" for the first mq_receive."""
 
-    def command(faults: str) -> list[str]:
-        preload = {"LD_PRELOAD": os.environ["WL_FAULTS"], "WL_FAULTS": faults}
-        if "qemu" in daemon[0]:
-            return [daemon[0], *(word for pair in preload.items() for word in ("-E", "=".join(pair))), *daemon[1:]]
-        os.environ["ASAN_OPTIONS"] = os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
-        return ["env", *("=".join(pair) for pair in preload.items()), *daemon]
+    return lambda faults: preloaded(daemon, [os.environ["WL_FAULTS"]], {"WL_FAULTS": faults})
 
-    return command
+
+@pytest.fixture
+def start_with_vaps(daemon: list[str]) -> Iterator[Callable[..., tuple[AccessPoint, Wireless]]]:
+    """Starts an access point whose wireless driver has the given VAPs."""
+    with ExitStack() as stack:
+
+        def start_both(*vaps: Vap, **options: Any) -> tuple[AccessPoint, Wireless]:
+            wireless = Wireless(*vaps)
+            stack.callback(wireless.close)
+            command = preloaded(daemon, [os.environ["WL_SIM_DRIVER"]])
+            return stack.enter_context(AccessPoint(command, **options)), wireless
+
+        yield start_both
