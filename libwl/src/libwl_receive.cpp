@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <mqueue.h>
 #include <span>
+#include <sys/select.h>
 #include <utility>
 
 #include "debug_log.h"
@@ -175,6 +176,11 @@ int wl_mq_register_and_init(int key, int (*register_callback)()) {
     own_queue.descriptor = open_own_queue(key);
     if (own_queue.descriptor < 0)
         return -1;
+    if (own_queue.descriptor >= FD_SETSIZE) {
+        leave_queue();
+        errno = EMFILE;
+        return -1;
+    }
     if (make_buffer() != 0) {
         leave_queue();
         return -1;

@@ -1,6 +1,7 @@
 """Arguments, exit statuses, detaching, and what start-up does without."""
 
 import os
+import signal
 import socket
 import subprocess
 
@@ -57,16 +58,36 @@ def test_an_unknown_argument_is_ignored(start):
     assert ap.reload("APPL_SANITY_TEST ") == b"SUCCESS\0"
 
 
-def test_the_first_two_characters_make_an_option(start):
-    ap = start(arguments=["-logfile", "/tmp/wl.log", "-configuration", "/tmp/absent.conf"])
-    assert ap.reload("APPL_SANITY_TEST ") == b"SUCCESS\0"
-    assert ap.log()
+def configuration(log_path):
+    """The configuration file that the daemon has looked for, which none of these tests provides."""
+    with open(log_path, encoding="ascii") as file:
+        (line,) = (line for line in file if "Unable to open conf file" in line)
+    return line.split(" : ")[1].removesuffix(" errno")
 
 
-def test_a_log_path_that_begins_with_c_is_also_the_option(start):
+@pytest.mark.parametrize(
+    "arguments, log_path, configuration_path",
+    [
+        ([*DEFAULT_ARGUMENTS], "/tmp/wl.log", "/tmp/wl_evt_handler.conf"),
+        ([*DEFAULT_ARGUMENTS, "-c", "/tmp/x"], "/tmp/wl.log", "/tmp/x"),
+        (["-configuration", "/tmp/x", "-logfile", "/tmp/wl.log"], "/tmp/wl.log", "/tmp/x"),
+        (["-l", "-c", "/tmp/x"], "/tmp/-c", "/tmp/x"),
+        (["-l", "-c.log", "/tmp/x"], "/tmp/-c.log", "/tmp/x"),
+        ([*DEFAULT_ARGUMENTS, "-c", "-l"], "/tmp/wl.log", "-l"),
+    ],
+)
+def test_options_take_effect(start, arguments, log_path, configuration_path):
     os.chdir("/tmp")
-    start(arguments=["-l", "-c.log", "/tmp/some.conf"])
-    assert os.path.exists("/tmp/-c.log")
+    start(arguments=arguments)
+    assert configuration(log_path) == configuration_path
+    os.unlink(log_path)
+
+
+def test_a_broken_pipe_is_survived(start):
+    ap = start()
+    with open(f"/proc/{ap.pid}/status", encoding="ascii") as file:
+        ignored = next(int(line.split()[1], 16) for line in file if line.startswith("SigIgn:"))
+    assert ignored & 1 << (signal.SIGPIPE - 1)
 
 
 def test_the_daemon_detaches(start):
@@ -89,11 +110,14 @@ def test_start_up_goes_in_order(start):
     messages = [record.message for record in ap.log()]
     assert messages.index("LOG_INFO UNIX socket created for communicating with reload_cli") == 0
     agent = messages.index("Error connecting to synch agent : Connection refused")
+    profiles = messages.index(
+        "Unable to open conf file : /tmp/wl_evt_handler.conf errno : No such file or directory"
+    )
     labels = messages.index(
         "Current wl info file[/opt/ap/cl_debug_info_code_en.properties] not present"
     )
     given_up = messages.index("Error in populating wl debugging cache from properties files")
-    assert agent < labels < given_up
+    assert agent < profiles < labels < given_up
     assert functions[given_up] == "main"
 
 
@@ -118,7 +142,7 @@ def test_without_an_agent_the_daemon_tries_again_each_turn(start):
 def test_an_agent_that_appears_later_is_connected_within_five_seconds(start):
     ap = start()
     with socket.create_server(("127.0.0.1", 12345)) as agent:
-        agent.settimeout(10)
+        agent.settimeout(5.5)
         connection, _ = agent.accept()
         connection.close()
     assert ap.alive
@@ -140,8 +164,10 @@ def test_a_queue_that_cannot_be_opened_is_tried_again_each_turn(daemon, with_fau
 
 def test_the_queue_is_as_deep_as_the_machine_allows(start):
     ap = start()
+    with open("/proc/sys/fs/mqueue/msg_max", encoding="ascii") as file:
+        deepest = int(file.read())
     with bus.Queue(bus.DAEMON) as queue:
-        assert queue.depth == 8
+        assert queue.depth == next(depth for depth in (512, 256, 128, 64, 32, 16, 8) if depth <= deepest)
         assert queue.message_size == 2048
     assert bus.DAEMON in processes.open_files(ap.pid)
 

@@ -17,10 +17,10 @@ size_t prefix_size(const std::string &line) {
 
 }  // namespace
 
-log_capture::log_capture() : before_(g_logfile_fd), level_before_(debug), limit_before_(g_max_logfile_size) {
+log_capture::log_capture(int level) : before_(g_logfile_fd), level_before_(debug), limit_before_(g_max_logfile_size) {
     g_logfile_fd = open_memstream(&text_, &size_);
     g_max_logfile_size = INT_MAX;
-    __atomic_store_n(&debug, 7, __ATOMIC_RELAXED);
+    __atomic_store_n(&debug, level, __ATOMIC_RELAXED);
 }
 
 log_capture::~log_capture() {

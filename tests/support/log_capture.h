@@ -1,4 +1,4 @@
-/// Collects the lines that debug_log writes while it lives, at debug level 7.
+/// Collects the lines that debug_log writes while it lives, at a debug level.
 #pragma once
 
 #include <cstdio>
@@ -7,7 +7,7 @@
 
 class log_capture {
 public:
-    log_capture();
+    explicit log_capture(int level = 7);
     ~log_capture();
     log_capture(const log_capture &) = delete;
     log_capture &operator=(const log_capture &) = delete;

@@ -27,6 +27,20 @@
 
 namespace {
 
+// What the registration of the SSIDs was told, and what it answers.
+std::vector<int> registrations;
+int registration_result;
+
+}  // namespace
+
+/// Stands in for check_and_register_ssids.
+extern "C" int __wrap__Z24check_and_register_ssidsi(int new_connection) {
+    registrations.push_back(new_connection);
+    return registration_result;
+}
+
+namespace {
+
 using lines = std::vector<std::string>;
 
 constexpr char INFO_LABELS[] = "/opt/ap/cl_debug_info_code_en.properties";
@@ -133,7 +147,9 @@ TEST(WlModulesInit, LogsItsEnd) {
 
 class LabelCatalogue : public testing::Test {
 protected:
-    ~LabelCatalogue() override { (void)hash_delTable(&table, nullptr); }
+    ~LabelCatalogue() override {
+        (void)hash_delTable(&table, nullptr);
+    }
 
     hashTable_t *table = hash_newTable(137, label_table_hash, label_table_compare);
     log_capture log;
@@ -160,8 +176,11 @@ TEST_F(LabelCatalogue, BothFilesLoadSilently) {
 }
 
 TEST(InitSynchSock, AnAbsentAgentIsLoggedAndLeavesNoSocket) {
+    const int next = dup(0);
+    close(next);
     log_capture log;
     EXPECT_EQ(init_synch_sock(), -1);
+    EXPECT_EQ(fcntl(next, F_GETFD), -1);
     EXPECT_EQ(g_synch_sock, -1);
     EXPECT_EQ(log.lines(), (lines{"init_synch_sock: Initializing synch agent socket.",
                                   "init_synch_sock: Error connecting to synch agent : Connection refused"}));
@@ -399,18 +418,46 @@ TEST_F(Server, ABusThatCannotBeOpenedIsTriedAgainEachTurn) {
     EXPECT_EQ(count(log.lines(), line), 2U);
 }
 
+/// Messages that wait in the daemon's queue; -1 when there is none.
+long waiting_messages() {
+    const mqd_t queue = mq_open("/wl_evt_handler", O_RDONLY);
+    mq_attr attributes{};
+    const long waiting = mq_getattr(queue, &attributes) == 0 ? attributes.mq_curmsgs : -1;
+    mq_close(queue);
+    return waiting;
+}
+
 TEST_F(Server, AGoneBusIsRegisteredAgainButNotWatched) {
     start();
     ASSERT_GT(wl_send_evt(VRE_NODE_LEAVE, "0123456789", 10), 0);
     fail_nth_call("mq_receive", 1, EBADF);
     serve_once();
     EXPECT_TRUE(holds(log.lines(), "main: wl event handler disconnected"));
-    const lines before = log.lines();
+    ASSERT_EQ(mq_unlink("/wl_evt_handler"), 0);
     send_command("mq_fail_stats ", 14);
     serve_once();
     EXPECT_TRUE(holds(log.lines(), "handle_reload_cli:  mq_fail_stats.recv_failure_count [1]"));
-    EXPECT_EQ(mq_unlink("/wl_evt_handler"), 0) << "registered again";
-    EXPECT_EQ(count(log.lines(), "main: wl event handler disconnected"), 1U) << "its events are not served";
+    ASSERT_EQ(waiting_messages(), 0) << "registered again";
+    ASSERT_GT(wl_send_evt(VRE_NODE_LEAVE, "0123456789", 10), 0);
+    send_command("mq_fail_stats ", 14);
+    serve_once();
+    EXPECT_EQ(waiting_messages(), 1) << "its events are not served";
+}
+
+TEST_F(Server, ABusDescriptorThatSelectCannotHoldCountsAsFailed) {
+    const rlimit many{2048, 2048};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
+    start();
+    fail_nth_call("mq_receive", 1, EBADF);
+    ASSERT_GT(wl_send_evt(VRE_NODE_LEAVE, "0123456789", 10), 0);
+    serve_once();
+    std::vector<int> fillers;
+    for (int next = dup(0); next < 1024; next = dup(0))
+        fillers.push_back(next);
+    send_command("mq_fail_stats ", 14);
+    serve_once();
+    EXPECT_TRUE(holds(log.lines(), "main: mq_open error_msg Too many open files key[1240]"));
+    EXPECT_EQ(fcntl(1025, F_GETFD), -1);
 }
 
 TEST_F(Server, AnEmptyDatagramClosesAndReopensTheReloadChannel) {
@@ -430,12 +477,26 @@ TEST_F(Server, AnEmptyDatagramClosesAndReopensTheReloadChannel) {
     EXPECT_TRUE(FD_ISSET(g_reload_cli_fd, &g_readfds));
 }
 
-TEST_F(Server, AFailedReceiveTellsItsReason) {
+TEST_F(Server, AFailedReceiveTellsItsReasonAndCloses) {
     start();
+    const int before = g_reload_cli_fd;
     send_command("mq_fail_stats ", 14);
     fail_nth_call("recv", 1, ENOMEM);
     serve_once();
+    EXPECT_TRUE(holds(log.lines(), "main: reload cli recv error g_reload_cli_fd[" + std::to_string(before) +
+                                       "] error[Cannot allocate memory]:  "));
     EXPECT_TRUE(holds(log.lines(), "main: Unknown error: Cannot allocate memory"));
+    EXPECT_EQ(g_reload_cli_fd, -1);
+    EXPECT_EQ(fcntl(before, F_GETFD), -1);
+}
+
+TEST_F(Server, AnInterruptedReceiveIsToldFromAnUnknownError) {
+    start();
+    send_command("mq_fail_stats ", 14);
+    fail_nth_call("recv", 1, EINTR);
+    serve_once();
+    EXPECT_TRUE(holds(log.lines(), "main: EINTR or EWOULDBLOCK or EAGAIN Interrupted system call"));
+    EXPECT_EQ(g_reload_cli_fd, -1);
 }
 
 TEST_F(Server, AFailedSelectServesEveryDescriptorWithoutBlocking) {
@@ -474,14 +535,137 @@ TEST_F(Server, ACommandOf256BytesIsTerminated) {
 TEST_F(Server, ARefusedRegistrationIsRepeatedEachTurn) {
     const int agent = listening_agent();
     start();
+    EXPECT_EQ(registrations, std::vector<int>{1}) << "a new connection";
     const int connected = g_synch_sock;
     ASSERT_GT(connected, 0);
     g_synch_nack_count = 1;
     send_command("mq_fail_stats ", 14);
     serve_once();
+    EXPECT_EQ(registrations, (std::vector<int>{1, 0})) << "again, on the open one";
     EXPECT_EQ(g_synch_sock, connected);
     EXPECT_EQ(count(log.lines(), "init_synch_sock: Initializing synch agent socket."), 1U);
     close(agent);
 }
+
+TEST(InitSynchSock, GivesTheResultOfTheRegistration) {
+    const int agent = listening_agent();
+    registration_result = 23;
+    EXPECT_EQ(init_synch_sock(), 23);
+    EXPECT_EQ(init_synch_sock(), 0) << "nothing is due";
+    g_synch_nack_count = 1;
+    EXPECT_EQ(init_synch_sock(), 23);
+    close(agent);
+}
+
+TEST(WlModulesDeinit, CanBeCalled) {
+    wl_modules_init();
+    wl_modules_deinit();
+}
+
+TEST(Labels, AreKeptWhenBothFilesAreThere) {
+    write_file(INFO_LABELS, "");
+    write_file(SUBINFO_LABELS, "");
+    log_capture log;
+    start_server("/tmp/wl_evt_handler.conf");
+    ASSERT_NE(wl_debug_log_cache, nullptr);
+    EXPECT_EQ(wl_debug_log_cache->length, 137);
+    for (const std::string &line : log.lines())
+        EXPECT_EQ(line.find("properties"), std::string::npos) << line;
+}
+
+TEST(Labels, AreDoneWithoutWhenTheSecondFileIsMissing) {
+    write_file(INFO_LABELS, "");
+    log_capture log;
+    start_server("/tmp/wl_evt_handler.conf");
+    EXPECT_EQ(wl_debug_log_cache, nullptr);
+    EXPECT_TRUE(holds(log.lines(), "main: Error in populating wl debugging cache from properties files"));
+}
+
+/// A line, the lowest level at which it is written, and what makes the daemon write it.
+struct levelled_line {
+    int level;
+    const char *line;
+    void (*action)();
+};
+
+void start_default_server() {
+    start_server("/tmp/wl_evt_handler.conf");
+}
+
+const levelled_line LEVELLED[] = {
+    {2, "main: mq_open error_msg Permission denied key[1240]",
+     [] {
+         fail_every_call("mq_open", EACCES);
+         start_default_server();
+     }},
+    {2, "main: LOG_INFO: Received [mq_fail_stats ] from reload_cli",
+     [] {
+         start_default_server();
+         send_command("mq_fail_stats ", 14);
+         serve_once();
+     }},
+    {2, "wl_debug_log_load_cache: Current wl info file[/opt/ap/cl_debug_info_code_en.properties] not present",
+     start_default_server},
+    {2, "wl_debug_log_load_cache: Current wl subinfo file[/opt/ap/cl_debug_subinfo_code_en.properties] not present",
+     [] {
+         write_file(INFO_LABELS, "");
+         start_default_server();
+     }},
+    {3, "main: Error in populating wl debugging cache from properties files", start_default_server},
+    {3, "init_synch_sock: Error connecting to synch agent : Connection refused", start_default_server},
+    {3, "init_synch_sock: Error initializing synch agent socket : No buffer space available",
+     [] {
+         fail_nth_call("socket", 1, ENOBUFS);
+         init_synch_sock();
+     }},
+    {3, "main: wl event handler disconnected",
+     [] {
+         start_default_server();
+         wl_send_evt(VRE_NODE_LEAVE, "0123456789", 10);
+         fail_nth_call("mq_receive", 1, EBADF);
+         serve_once();
+     }},
+    {3, "main: recv error: Success.",
+     [] {
+         start_default_server();
+         send_command("", 0);
+         serve_once();
+     }},
+    {3, "main: Unknown error: Cannot allocate memory",
+     [] {
+         start_default_server();
+         send_command("x y", 3);
+         fail_nth_call("recv", 1, ENOMEM);
+         serve_once();
+     }},
+    {7, "wl_modules_init: Initialized WL Modules", wl_modules_init},
+    {7, "init_synch_sock: Initializing synch agent socket.", start_default_server},
+    {7, "main: packet from synch agent",
+     [] {
+         listening_agent();
+         start_default_server();
+         fail_nth_call("select", 1, EINVAL);
+         serve_once();
+     }},
+};
+
+/// Whether a line is written at a debug level, found out in a process of its own.
+bool is_written(const levelled_line &wanted, int level) {
+    const int status = wait_for(start_child([&] {
+        log_capture log(level);
+        wanted.action();
+        _exit(holds(log.lines(), wanted.line) ? 42 : 0);
+    }));
+    return WIFEXITED(status) && WEXITSTATUS(status) == 42;
+}
+
+class ServerLines : public testing::TestWithParam<levelled_line> {};
+
+TEST_P(ServerLines, AreWrittenFromTheirLevelOn) {
+    EXPECT_TRUE(is_written(GetParam(), GetParam().level));
+    EXPECT_FALSE(is_written(GetParam(), GetParam().level - 1));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ServerLines, testing::ValuesIn(LEVELLED));
 
 }  // namespace

@@ -9,12 +9,12 @@
 
 /// A copy of the record at the start of `payload`; bytes beyond `available` read as 0.
 ///
-/// @param payload    start of the bytes; may be null when `available` is not positive
+/// @param payload    start of the bytes; null counts as none
 /// @param available  bytes that may be read, negative counts as 0
 template <class Record> Record read_payload(const void *payload, int64_t available) {
     static_assert(std::is_trivially_copyable_v<Record>);
     Record record{};
-    if (available > 0)
+    if (payload != nullptr && available > 0)
         std::memcpy(&record, payload, static_cast<size_t>(std::min<int64_t>(sizeof record, available)));
     return record;
 }

@@ -116,7 +116,7 @@ void wl_get_evt_info(vre_iw_cmd_t e, wl_evt_info_t *evt_info, void *data, int le
 void wl_get_spl_evt_info(vre_iw_cmd_t e, wl_evt_info_t *evt_info, void *data, int len);
 
 /// @return the index of the event whose name equals `name`; VRE_MAX_EVT when there is none or `name` is null
-vre_iw_cmd_t wl_get_evt(const char *name);
+[[nodiscard]] vre_iw_cmd_t wl_get_evt(const char *name);
 
 /// Builds a queue message: the event's name, its NUL, the payload.
 ///
@@ -124,7 +124,7 @@ vre_iw_cmd_t wl_get_evt(const char *name);
 /// @param len   bytes of payload; negative counts as 0
 /// @return a new buffer of strlen(name) + 1 + len bytes, freed by the caller with free(); null when memory is short or
 ///         the event has no name
-void *alloc_evt_buf(vre_iw_cmd_t e, const void *data, int len);
+[[nodiscard]] void *alloc_evt_buf(vre_iw_cmd_t e, const void *data, int len);
 
 /// Writes `len` bytes as upper-case hexadecimal digits and one newline; nothing at all when `data` is null.
 void print_hex(const void *data, int len, FILE *out);

@@ -119,8 +119,8 @@ bool apply_item(const received &payload, const wl_item_header &item, int64_t at,
     return true;
 }
 
-/// Walks the items from offset `at` on. `remaining` is the length of the whole payload even where a header precedes the
-/// items: senders exist that leave the header out of their count, and their last item must still be read.
+/// Walks the items from offset `at` on. `remaining` is deliberately the length of the whole payload even where a header
+/// precedes the items: the last item of a payload whose length leaves out the header is still read.
 void decode_items(const received &payload, int64_t at, int64_t remaining, wl_evt_info &info) {
     while (remaining > 0) {
         const auto item = value_at<wl_item_header>(payload, at);

@@ -43,6 +43,8 @@ dllist_t *dllist_insert_tail_recycle(dllist_ctrl_t *ctrl, dllist_t *node) {
 }
 
 dllist_t *dllist_delink_head(dllist_ctrl_t *ctrl) {
+    if (ctrl->num_entries == 0)
+        return nullptr;
     dllist_t *node = ctrl->head;
     dllist_delink_node(ctrl, node);
     return node;

@@ -23,8 +23,8 @@ char *next_argument(int argc, char **argv, int at, const char *complaint) {
     return argv[at + 1];
 }
 
-/// Reads -l and -c. The value that -l has consumed is deliberately looked at again, so that a log path beginning with
-/// "-c" is also the option: start scripts in the field rely on the outcome of `-l -c`.
+/// Reads -l and -c. The value that -l has consumed is deliberately looked at again, for compatibility: a log path that
+/// begins with "-c" is also the option.
 const char *parse_arguments(int argc, char **argv) {
     const char *configuration = "/tmp/wl_evt_handler.conf";
     for (int i = 1; i < argc; i++) {
