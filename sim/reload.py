@@ -29,7 +29,7 @@ class ReloadTool:
         self._socket.settimeout(limit)
         try:
             return self._socket.recv(256)
-        except TimeoutError:
+        except (TimeoutError, BlockingIOError):
             return None
 
     def close(self) -> None:

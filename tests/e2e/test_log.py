@@ -63,6 +63,35 @@ def test_a_file_of_exactly_the_limit_is_rotated_by_the_next_line(start):
     assert b"LOG_INFO UNIX socket created" in rotated[1]
 
 
+def test_a_line_that_ends_exactly_at_the_limit_rotates_nothing(start):
+    with open(LOG, "wb") as file:
+        file.write(b"x" * (LIMIT - 5000))
+    ap = start()
+    ap.reload_without_reply("2 SET_DEBUG_LEVEL")  # from here on only the receipts of commands are logged
+    ap.wait_for_log("Setting debug level to WL_DBG_CRIT")
+    empty_receipt = len("2024.03.07 14:05:09 ") + len(f"pid[{ap.pid}] main: LOG_INFO: Received [ y] from reload_cli\n")
+    while (left := LIMIT - os.path.getsize(LOG)) > 0:
+        size = left if left <= 240 else min(200, left - 100)
+        ap.reload_without_reply("x" * (size - empty_receipt) + " y")
+        wait_until(lambda: os.path.getsize(LOG) == LIMIT - left + size, "the receipt")
+    assert os.path.getsize(LOG) == LIMIT
+    assert not os.path.exists(f"{LOG}.1")
+    ap.reload_without_reply("x y")
+    wait_until(lambda: os.path.exists(f"{LOG}.1"), "a rotation")
+    assert len(generation(1)) == LIMIT + empty_receipt + 1
+    wait_until(lambda: os.path.exists(LOG), "a new file")
+    assert generation(0) == b""
+
+
+def test_without_a_log_file_the_daemon_serves_and_writes_nothing(start):
+    os.chdir("/tmp")
+    ap = start(arguments=[])
+    before = set(os.listdir("/tmp"))
+    write_lines(ap, 700)
+    assert ap.reload("APPL_SANITY_TEST ") == b"SUCCESS\0"
+    assert set(os.listdir("/tmp")) == before
+
+
 def test_three_older_generations_are_kept(start):
     for number in (1, 2, 3):
         with open(f"{LOG}.{number}", "w", encoding="ascii") as file:

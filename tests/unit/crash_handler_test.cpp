@@ -1,11 +1,13 @@
 #include "crash_handler.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <string>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -13,8 +15,10 @@
 #include <unistd.h>
 
 #include "child.h"
+#include "fault.h"
 #include "files.h"
 #include "test_clock.h"
+#include "wl_log.h"
 
 namespace {
 
@@ -195,6 +199,35 @@ TEST_F(CrashHandler, StoreAtNullLeavesARecordOfTwoLines) {
     const crash_details details = details_after(signal_line(SIGSEGV, ended.pid), file_text(RECORD));
     EXPECT_EQ(details.address, "(nil)");
     EXPECT_NE(details.program_counter, "(nil)");
+}
+
+TEST_F(CrashHandler, NeedsNoMemoryAndNoStreamBecauseTheFaultMayHoldTheirLocks) {
+    write_file(VERSION, "BUILD_NO: 1\nBUILD_DATE: 2\n");
+    const crash ended = crash_by([] {
+        for (const char *function : {"malloc", "calloc", "fopen"})
+            fail_every_call(function);
+        store_at_null();
+    });
+    EXPECT_TRUE(was_killed(ended));
+    details_after("2024.03.07 19:35:09 Build_ver: 1 Build_time: 2\n" + signal_line(SIGSEGV, ended.pid),
+                  file_text(RECORD));
+}
+
+TEST_F(CrashHandler, FaultWithTheLogsMutexHeldElsewhereIsRecorded) {
+    const crash ended = crash_by([] {
+        std::atomic<bool> held = false;
+        std::thread([&] {
+            pthread_mutex_lock(&g_logger_mutex);
+            held = true;
+            for (;;)
+                pause();
+        }).detach();
+        while (!held)
+            std::this_thread::yield();
+        store_at_null();
+    });
+    EXPECT_TRUE(was_killed(ended));
+    details_after(signal_line(SIGSEGV, ended.pid), file_text(RECORD));
 }
 
 TEST_F(CrashHandler, FaultingAddressIsInTheRecord) {

@@ -464,6 +464,20 @@ TEST(HashDelnodeIterator, TwiceInARowRemovesThePredecessorToo) {
     EXPECT_EQ(keys.table->num_entries, 1);
 }
 
+TEST(HashDelnodeIterator, AtTheEndFindsAValueOfTheLastRowOnly) {
+    record value = {0, 0};
+    for (const int row : {1, 2}) {
+        key_table keys(3);
+        value.key = row;
+        EXPECT_EQ(keys.add(value), 0);
+        walk all(keys.table);
+        EXPECT_EQ(all.next(), &value);
+        EXPECT_EQ(all.next(), nullptr);
+        EXPECT_EQ(hash_delnode_iterator(all.iterator), row == 2 ? 0 : 2);
+        EXPECT_EQ(keys.table->num_entries, row == 2 ? 0 : 1);
+    }
+}
+
 TEST(HashDelnodeIterator, BeforeTheFirstValueReturns2) {
     key_table keys(3);
     record value = {0, 0};

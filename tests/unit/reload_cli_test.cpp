@@ -304,6 +304,15 @@ TEST_F(ReloadCommand, SanityTestWithoutAToolFails) {
     EXPECT_EQ(logged(), lines{"handle_reload_cli: Unable to send reply to reload cli : No such file or directory"});
 }
 
+TEST_F(ReloadCommand, AToolThatDoesNotReadItsRepliesDoesNotHoldUpTheDaemon) {
+    int result = 0;
+    for (int unread = 0; unread < 10000 && result == 0; unread++)
+        result = handle("APPL_SANITY_TEST ");
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(logged(),
+              lines{"handle_reload_cli: Unable to send reply to reload cli : Resource temporarily unavailable"});
+}
+
 TEST_F(ReloadCommand, ReplyThatCannotBeSentFails) {
     fail_nth_call("sendto", 1, ECONNREFUSED);
     EXPECT_EQ(handle("APPL_SANITY_TEST "), -1);

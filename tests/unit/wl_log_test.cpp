@@ -363,6 +363,13 @@ TEST_F(DebugLog, EachFailedWriteCountsMinusOne) {
     EXPECT_EQ(g_logfile_size, 7);
 }
 
+TEST_F(DebugLog, ALineThatAFullDeviceLosesCountsAllTheSame) {
+    g_logfile_fd = fopen("/dev/full", "a");
+    g_logfile_size = 0;
+    EXPECT_EQ(debug_log("f", "text"), 0);
+    EXPECT_EQ(g_logfile_size, static_cast<int>(prefix().size() + 5));
+}
+
 TEST_F(DebugLog, ThreadsWriteWholeLinesWhileTheFileRotates) {
     constexpr int THREADS = 4;
     constexpr int LINES = 300;

@@ -21,6 +21,7 @@ int init_reload_cli(const char *path);
 /// Carries out one command.
 ///
 /// @param command  NUL-terminated text, cut up in place
+/// @param length   bytes received; not used, the text ends at its NUL
 /// @return 0 when the command was carried out or refused while the daemon plays hung; -1 for an unknown command or a
 ///         reply that could not be sent. A command of one word does not return: it crashes the process on purpose
 int handle_reload_cli(char *command, int length);

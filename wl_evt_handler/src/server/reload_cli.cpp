@@ -33,9 +33,10 @@ bool begins_with(const char *text, const char *prefix) {
         asm volatile("");
 }
 
+/// A tool that does not read its replies fails here; it must not hold up the daemon.
 int send_success() {
     constexpr char REPLY[] = "SUCCESS";
-    if (sendto(g_reload_cli_fd, REPLY, sizeof REPLY, MSG_NOSIGNAL,
+    if (sendto(g_reload_cli_fd, REPLY, sizeof REPLY, MSG_NOSIGNAL | MSG_DONTWAIT,
                reinterpret_cast<const sockaddr *>(&g_reload_cli_reply_addr), sizeof g_reload_cli_reply_addr) >= 0)
         return 0;
     const int error = errno;
@@ -108,12 +109,14 @@ int init_reload_cli(const char *path) {
 
 int handle_reload_cli(char *command, int /*length*/) {
     if (begins_with(command, "RECOVERABLE_APPL_HANG ")) {
-        WL_LOG(3, "APPL_HANG_DEBUG : Received RECOVERABLE_APPL_HANG command. Will not process & respond to commands "
-                  "other than RECOVER_APPL_HANG!!\n");
+        WL_LOG(
+            3,
+            "APPL_HANG_DEBUG : Received RECOVERABLE_APPL_HANG command. Will not process & respond to commands other than RECOVER_APPL_HANG!!\n");
         g_debug_appl_hanged = 1;
     } else if (begins_with(command, "RECOVER_APPL_HANG ")) {
-        WL_LOG(3, "APPL_HANG_DEBUG : Received RECOVER_APPL_HANG command. Will start processing & responding to "
-                  "commands other than RECOVER_APPL_HANG!!\n");
+        WL_LOG(
+            3,
+            "APPL_HANG_DEBUG : Received RECOVER_APPL_HANG command. Will start processing & responding to commands other than RECOVER_APPL_HANG!!\n");
         g_debug_appl_hanged = 0;
         return 0;
     } else if (begins_with(command, "UNRECOVERABLE_APPL_HANG ")) {
@@ -121,8 +124,9 @@ int handle_reload_cli(char *command, int /*length*/) {
         spin_forever();
     }
     if (g_debug_appl_hanged == 1) {
-        WL_LOG(3, "APPL_HANG_DEBUG : Returning without processing command. Send command RECOVER_APPL_HANG to start "
-                  "processing commands!!\n");
+        WL_LOG(
+            3,
+            "APPL_HANG_DEBUG : Returning without processing command. Send command RECOVER_APPL_HANG to start processing commands!!\n");
         return 0;
     }
 
