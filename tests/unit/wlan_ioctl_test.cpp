@@ -42,6 +42,13 @@ int open_descriptors() {
     return count;
 }
 
+/// What a caller hands over, in a block of just the size that it must have: a sanitizer sees every step beyond.
+std::vector<char> block_of(const std::string &data) {
+    std::vector<char> block(VAP_IOCTL_DATA_SIZE);
+    data.copy(block.data(), block.size());
+    return block;
+}
+
 /// Calls a command that gets something into a marked buffer of `size` bytes.
 struct got {
     int result;
@@ -52,7 +59,8 @@ struct got {
 
 got get(const char *command, const std::string *args = nullptr, size_t size = VAP_IOCTL_DATA_SIZE) {
     std::string buffer = marked(size);
-    const int result = do_ioctl_on_vap(buffer.data(), args != nullptr ? args->data() : nullptr, "ath0", command);
+    const std::vector<char> block = block_of(args != nullptr ? *args : "");
+    const int result = do_ioctl_on_vap(buffer.data(), args != nullptr ? block.data() : nullptr, "ath0", command);
     return {result, buffer};
 }
 
@@ -64,9 +72,10 @@ struct outcome {
     bool operator==(const outcome &) const = default;
 };
 
-outcome set(const char *command, std::string data) {
+outcome set(const char *command, const std::string &data) {
+    std::vector<char> block = block_of(data);
     testing::internal::CaptureStderr();
-    const int result = do_wlan_priv_ioctl(command, data.data(), 0, "ath0");
+    const int result = do_wlan_priv_ioctl(command, block.data(), 0, "ath0");
     return {result, testing::internal::GetCapturedStderr()};
 }
 
@@ -105,7 +114,7 @@ TEST(DoIoctlOnVap, TakesAReplyOf512Bytes) {
 }
 
 TEST(DoIoctlOnVap, RefusesMoreThan512BytesInEitherDirection) {
-    const std::string args(1024, 'x');
+    const std::string args(512, 'x');
     for (const auto &entry : {priv_entry(GET, 0, BYTES | 513, "get_vaps"), priv_entry(GET, 0, INTS | 129, "get_vaps"),
                               priv_entry(GET, BYTES | FIXED | 513, 0, "get_vaps")}) {
         offer({entry});
@@ -137,6 +146,17 @@ TEST(DoIoctlOnVap, HandsOverAsManyArgumentsAsTheDriverDeclares) {
     EXPECT_EQ(driver.calls.at(0).in_request(), pattern(6) + std::string(10, '\0'));
     EXPECT_EQ(get("large", &args), (got{0, marked()}));
     EXPECT_EQ(driver.calls.size(), 2U);
+}
+
+TEST(DoIoctlOnVap, HandsOverTheWholeBlockToADriverThatDeclares512Bytes) {
+    const std::string args = pattern(512);
+    offer({priv_entry(SET, BYTES | FIXED | 512, 0, "large")});
+    driver.on_call = [&args](driver_call &, iwreq &request) {
+        EXPECT_EQ(pointed_at(request, 512), args);
+        return 0;
+    };
+    EXPECT_EQ(get("large", &args), (got{0, marked()}));
+    EXPECT_EQ(driver.calls.size(), 1U);
 }
 
 TEST(DoIoctlOnVap, CallsASubCommandThroughItsIoctl) {
@@ -273,6 +293,19 @@ TEST(DoWlanPrivIoctl, TellsAnUnsupportedArgumentType) {
     EXPECT_TRUE(driver.calls.empty());
 }
 
+TEST(DoWlanPrivIoctl, TellsAnUnsupportedTypeOfWhatTheCommandGets) {
+    offer({priv_entry(SET, BYTES | FIXED | 8, IW_PRIV_TYPE_FLOAT | FIXED | 1, "set_user_vlan")});
+    EXPECT_EQ(set("set_user_vlan", pattern(8)),
+              (outcome{-1, "[ath0]: Unsupported argument type (20480) for command set_user_vlan\n"}));
+    EXPECT_TRUE(driver.calls.empty());
+}
+
+TEST(DoWlanPrivIoctl, TellsTheTypeOfWhatTheCommandSetsWhenBothAreUnsupported) {
+    offer({priv_entry(SET, IW_PRIV_TYPE_ADDR | FIXED | 1, IW_PRIV_TYPE_FLOAT | FIXED | 1, "set_mac_acl")});
+    EXPECT_EQ(set("set_mac_acl", pattern(16)),
+              (outcome{-1, "[ath0]: Unsupported argument type (24576) for command set_mac_acl\n"}));
+}
+
 TEST(DoWlanPrivIoctl, TellsAFailedCommand) {
     offer({priv_entry(SET, BYTES | FIXED | 8, 0, "set_user_vlan")});
     driver.on_call = [](driver_call &, iwreq &) { return EBUSY; };
@@ -281,9 +314,14 @@ TEST(DoWlanPrivIoctl, TellsAFailedCommand) {
 }
 
 TEST(DoWlanPrivIoctl, TellsDataBeyond512BytesAsAFailedCommand) {
-    offer({priv_entry(SET, BYTES | FIXED | 513, 0, "set_mac_acl")});
-    EXPECT_EQ(set("set_mac_acl", pattern(513)),
-              (outcome{-1, "[ath0]: set priv ioctl (command: set_mac_acl) failed: Argument list too long\n"}));
+    for (const auto &entry :
+         {priv_entry(SET, BYTES | FIXED | 513, 0, "set_mac_acl"), priv_entry(SET, BYTES | 513, 0, "set_mac_acl"),
+          priv_entry(SET, BYTES | FIXED | 8, BYTES | 513, "set_mac_acl"),
+          priv_entry(SET, BYTES | FIXED | 8, INTS | FIXED | 129, "set_mac_acl")}) {
+        offer({entry});
+        EXPECT_EQ(set("set_mac_acl", pattern(512)),
+                  (outcome{-1, "[ath0]: set priv ioctl (command: set_mac_acl) failed: Argument list too long\n"}));
+    }
     EXPECT_TRUE(driver.calls.empty());
 }
 

@@ -33,6 +33,9 @@ struct wl_priv_command {
     uint16_t get_args;
 };
 
+/// Whether the arguments of a descriptor are none, bytes, characters or 32-bit integers.
+[[nodiscard]] bool wl_priv_is_supported(uint16_t args);
+
 /// Bytes of data that an argument descriptor speaks of; 0 for an unsupported type.
 size_t wl_priv_data_size(uint16_t args);
 
@@ -48,7 +51,8 @@ size_t wl_priv_data_size(uint16_t args);
 ///
 /// @param data        what the command sets; a fixed size that is longer than `data_size` is filled up with 0
 /// @param data_size   bytes of data; those beyond the descriptor's number are left out
-/// @param reply       takes what the command gets; bytes that the driver did not give are 0. May be `data`
+/// @param reply       takes what the command gets, and 0 beyond it; may be `data`. A reply of fixed size counts as whole:
+///                    where the driver wrote nothing it is 0, or what the command set when that went by pointer too
 /// @param reply_size  bytes that fit in reply; further ones are left out
 /// @return WL_PRIV_OK, WL_PRIV_UNSUPPORTED_TYPE, WL_PRIV_TOO_LARGE or WL_PRIV_FAILED; reply is touched only on success
 [[nodiscard]] wl_priv_result wl_priv_call(const wl_priv_command *command, const void *data, size_t data_size,

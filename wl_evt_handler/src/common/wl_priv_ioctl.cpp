@@ -114,10 +114,6 @@ size_t argument_size(uint16_t args) {
     }
 }
 
-bool is_supported(uint16_t args) {
-    return (args & IW_PRIV_TYPE_MASK) == IW_PRIV_TYPE_NONE || argument_size(args) > 0;
-}
-
 bool is_fixed(uint16_t args) {
     return (args & IW_PRIV_SIZE_FIXED) != 0;
 }
@@ -163,6 +159,10 @@ iwreq make_request(const wl_priv_command &command, const void *data, size_t data
 
 }  // namespace
 
+bool wl_priv_is_supported(uint16_t args) {
+    return (args & IW_PRIV_TYPE_MASK) == IW_PRIV_TYPE_NONE || argument_size(args) > 0;
+}
+
 size_t wl_priv_data_size(uint16_t args) {
     return argument_size(args) * (args & IW_PRIV_SIZE_MASK);
 }
@@ -182,7 +182,7 @@ wl_priv_result wl_priv_open(wl_priv_command *command, const char *interface, con
 wl_priv_result wl_priv_call(const wl_priv_command *command, const void *data, size_t data_size, void *reply,
                             size_t reply_size) {
     const uint16_t get_args = command->get_args;
-    if (!is_supported(command->set_args) || !is_supported(get_args))
+    if (!wl_priv_is_supported(command->set_args) || !wl_priv_is_supported(get_args))
         return WL_PRIV_UNSUPPORTED_TYPE;
     if (bytes_to_set(command->set_args, data_size) > WL_PRIV_DATA_SIZE ||
         wl_priv_data_size(get_args) > WL_PRIV_DATA_SIZE)

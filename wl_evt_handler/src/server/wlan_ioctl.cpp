@@ -7,7 +7,8 @@
 
 namespace {
 
-/// Callers hand over data without its size: it is what the driver declares.
+/// Callers hand over data without its size: it is what the driver declares. More than they must have ready is refused
+/// before it is read.
 size_t data_size(const void *data, const wl_priv_command &command) {
     return data != nullptr ? wl_priv_data_size(command.set_args) : 0;
 }
@@ -16,9 +17,14 @@ void report_failed_set(const char *command, const char *ifname, int error) {
     std::fprintf(stderr, "[%s]: set priv ioctl (command: %s) failed: %s\n", ifname, command, error_text(error));
 }
 
-/// Tells why a command could not be set; `error` is the failure's `errno` and `set_args` the command's descriptor, as
-/// far as the result has one.
-void report_failure(wl_priv_result result, const char *command, const char *ifname, int error, uint16_t set_args) {
+/// The type of a command's arguments that made it unsupported.
+int unsupported_type(const wl_priv_command &command) {
+    return (wl_priv_is_supported(command.set_args) ? command.get_args : command.set_args) & IW_PRIV_TYPE_MASK;
+}
+
+/// Tells why a command could not be set; `error` is the failure's `errno`.
+void report_failure(wl_priv_result result, const char *command, const char *ifname, int error,
+                    const wl_priv_command &driver_command) {
     switch (result) {
     case WL_PRIV_OK:
         break;
@@ -36,7 +42,7 @@ void report_failure(wl_priv_result result, const char *command, const char *ifna
         break;
     case WL_PRIV_UNSUPPORTED_TYPE:
         std::fprintf(stderr, "[%s]: Unsupported argument type (%d) for command %s\n", ifname,
-                     set_args & IW_PRIV_TYPE_MASK, command);
+                     unsupported_type(driver_command), command);
         break;
     case WL_PRIV_TOO_LARGE:
         report_failed_set(command, ifname, E2BIG);
@@ -66,6 +72,6 @@ int do_wlan_priv_ioctl(const char *command, void *data, int, const char *ifname)
         result = wl_priv_call(&driver_command, data, data_size(data, driver_command), nullptr, 0);
         wl_priv_close(&driver_command);
     }
-    report_failure(result, command, ifname, errno, driver_command.set_args);
+    report_failure(result, command, ifname, errno, driver_command);
     return result == WL_PRIV_OK ? 0 : -1;
 }
