@@ -58,6 +58,8 @@ bool read_route_address(const char *digits, uint32_t *address) {
             return false;
         value = value * 16 + static_cast<uint32_t>(digit);
     }
+    if (digits[8] != 0)
+        return false;
     *address = value;
     return true;
 }
@@ -66,9 +68,9 @@ int find_default_gateway(FILE *routes, const char *device, uint32_t *gateway) {
     char line[512];
     while (fgets(line, sizeof line, routes) != nullptr) {
         char name[IFNAMSIZ];
-        char destination[9];
-        char gateway_column[9];
-        if (sscanf(line, "%15s %8s %8s", name, destination, gateway_column) != 3)
+        char destination[10];  // one character more than an address has, so that a longer column is not taken for one
+        char gateway_column[10];
+        if (sscanf(line, "%15s %9s %9s", name, destination, gateway_column) != 3)
             continue;
         if (std::strcmp(name, device) == 0 && std::strcmp(destination, "00000000") == 0 &&
             read_route_address(gateway_column, gateway))

@@ -384,6 +384,19 @@ TEST_F(SocklibDefaultGateway, BrokenLinesArePassedOver) {
     EXPECT_EQ(gateway, address_of("10.0.0.9"));
 }
 
+TEST_F(SocklibDefaultGateway, ColumnsAfterTheGatewayDoNotMatter) {
+    use_table("eth0\t00000000\t" + column("10.0.0.1") + "\n");
+    EXPECT_EQ(socklib_get_defgw("eth0", &gateway), 0);
+    EXPECT_EQ(gateway, address_of("10.0.0.1"));
+}
+
+TEST_F(SocklibDefaultGateway, ColumnsOfMoreThanEightDigitsArePassedOver) {
+    use_table(route("eth0", "000000000", "01010101") + route("eth0", "0000000001010101", "02020202") +
+              route("eth0", "00000000", "010101010") + route("eth0", "00000000", column("10.0.0.9")));
+    EXPECT_EQ(socklib_get_defgw("eth0", &gateway), 0);
+    EXPECT_EQ(gateway, address_of("10.0.0.9"));
+}
+
 TEST_F(SocklibDefaultGateway, TableWithoutADefaultFailsSilently) {
     use_table(route("eth0", "0000FEA9", "00000000"));
     expect_no_line([&] { EXPECT_EQ(socklib_get_defgw("eth0", &gateway), -1); });
