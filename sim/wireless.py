@@ -30,7 +30,7 @@ class Vap:
     real: bool = False  # the kernel has the interface
 
     def line(self) -> str:
-        ssid = "".join(c if c.isalnum() else f"%{ord(c):02X}" for c in self.ssid) or "-"
+        ssid = "".join(chr(b) if bytes([b]).isalnum() else f"%{b:02X}" for b in self.ssid.encode()) or "-"
         index = "-" if self.real else str(self.index)
         return f"{index} {self.name} {ssid} {self.bssid} {self.proto} {'up' if self.up else 'down'}"
 

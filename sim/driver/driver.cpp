@@ -19,8 +19,9 @@
 //   reply_claims N            "get_vaps" says that it has given N bytes
 //
 // SIM_DRIVER_FAULTS (/tmp/sim/driver.faults), lines `NAME N ERROR`: the N-th call of NAME ("*": every call) fails with
-// ERROR, an errno name or number. NAME is a private command, SIOCGIWPRIV, SIOCGIFNAME, SIOCGIFINDEX, SIOCGIFFLAGS,
-// SIOCGIFHWADDR, app_visibility (the request) or open_app_visibility. Calls are counted from the file's last change.
+// ERROR, an errno name or number; any other text ends the program. NAME is a private command, SIOCGIWPRIV, SIOCGIFNAME,
+// SIOCGIFINDEX, SIOCGIFFLAGS, SIOCGIFHWADDR, app_visibility (the request) or open_app_visibility. Calls are counted from
+// the file's last change.
 //
 // SIM_DRIVER_RECORD (/tmp/sim/driver.jsonl): one JSON line for each of these calls, whether the kernel answers it or not.
 #include <cerrno>
@@ -232,7 +233,9 @@ void give_reply(const sim_config &config, const command &command, iwreq *request
 
 int run_command(const sim_config &config, const sim_vap &vap, const command &command, const layout &layout,
                 iwreq *request) {
-    if (!layout.in_request && request->u.data.pointer == nullptr)
+    // A request that carries what it sets has no place left for the pointer to a reply.
+    const bool reply_by_pointer = size_of(command.get_args) > 0 && !fits(command.get_args, 0);
+    if (layout.in_request ? reply_by_pointer : request->u.data.pointer == nullptr)
         return EFAULT;
     if (layout.set_size > size_of(command.set_args) || layout.set_size > DATA_SIZE)
         return E2BIG;
@@ -343,9 +346,12 @@ bool is_app_visibility(int fd) {
 }
 
 int app_visibility_request(const void *data) {
-    const sim_call call = {"app_visibility",   nullptr, APP_VISIBILITY_REQUEST, 0, static_cast<const uint8_t *>(data),
-                           APP_VISIBILITY_SIZE};
-    const int error = sim_fault(call.name);
+    const size_t size = data != nullptr ? APP_VISIBILITY_SIZE : 0;
+    const auto *bytes = static_cast<const uint8_t *>(data);
+    const sim_call call = {"app_visibility", nullptr, APP_VISIBILITY_REQUEST, 0, bytes, size};
+    int error = sim_fault(call.name);
+    if (error == 0 && data == nullptr)
+        error = EFAULT;
     sim_record(&call, error);
     return error;
 }

@@ -109,14 +109,21 @@ void read_line(const char *line, sim_config *config) {
         read_switch(line, config);
 }
 
-/// @return the number of an error's name or number, in the machine's own numbers
+/// @return the number of an error's name or number, in the machine's own numbers. A text that is neither ends the
+///         program: a test whose fault is never armed would pass for nothing
 int error_of(const char *text) {
     for (int error = 1; error < 256; error++) {
         const char *name = strerrorname_np(error);
         if (name != nullptr && strcmp(name, text) == 0)
             return error;
     }
-    return number(text);
+    char *end;
+    const long error = strtol(text, &end, 0);
+    if (*end != 0 || error <= 0) {
+        fprintf(stderr, "sim_driver: unknown error \"%s\"\n", text);
+        abort();
+    }
+    return static_cast<int>(error);
 }
 
 bool read_fault(const char *line, fault *one) {

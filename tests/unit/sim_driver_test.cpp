@@ -1,5 +1,6 @@
 // The simulated wireless driver, linked in place of the C library's calls as a preloaded library stands in for them.
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -54,7 +55,7 @@ std::string get_vaps(const char *interface = "ath3") {
 }
 
 int set_user_vlan() {
-    uint8_t data[] = {2, 0, 0, 0, 0, 1, 0x0F, 0xA0};
+    uint8_t data[VAP_IOCTL_DATA_SIZE] = {2, 0, 0, 0, 0, 1, 0x0F, 0xA0};
     return do_wlan_priv_ioctl("set_user_vlan", data, 0, "ath3");
 }
 
@@ -111,9 +112,23 @@ TEST(SimDriver, RecordsWhatIsSet) {
 
 TEST(SimDriver, TakesLongDataByPointer) {
     set_driver(OFFICE);
-    std::string data(24, 'A');
+    std::string data(VAP_IOCTL_DATA_SIZE, 'A');
     EXPECT_EQ(do_wlan_priv_ioctl("set_mac_acl", data.data(), 0, "ath3"), 0);
     EXPECT_NE(last_record().find("414141414141414141414141414141414141414141414141\""), std::string::npos);
+}
+
+TEST(SimDriver, TakesAsMuchAsItDeclares) {
+    set_driver(std::string(OFFICE) + "args set_user_vlan 0x1A00 0\n");
+    EXPECT_EQ(set_user_vlan(), 0);
+    EXPECT_NE(last_record().find("\"data\": \"0200000000010fa0" + std::string(1008, '0') + "\""), std::string::npos);
+}
+
+TEST(SimDriver, HasNoPlaceForAReplyByPointerToARequestThatCarriesItsData) {
+    for (const char *arrangement : {"", "subcommands 1\n"}) {
+        set_driver(std::string(OFFICE) + "args get_vaps 0x1804 0x106E\n" + arrangement);
+        EXPECT_EQ(get_vaps(), "");
+        EXPECT_NE(last_record().find("\"data\": \"00000000\", \"error\": \"EFAULT\""), std::string::npos);
+    }
 }
 
 TEST(SimDriver, ArrangesTheCommandsAsSubCommands) {
@@ -123,7 +138,7 @@ TEST(SimDriver, ArrangesTheCommandsAsSubCommands) {
     EXPECT_EQ(set_user_vlan(), 0);
     EXPECT_NE(last_record().find("\"number\": 35826, \"sub_command\": 2, \"data\": \"0200000000010fa0\""),
               std::string::npos);
-    std::string data(24, 'A');
+    std::string data(VAP_IOCTL_DATA_SIZE, 'A');
     EXPECT_EQ(do_wlan_priv_ioctl("set_mac_acl", data.data(), 0, "ath3"), 0);
     const uint8_t mac[] = {2, 0, 0, 0, 0, 7};
     EXPECT_EQ(get_wl_client_radio(mac), 1);
@@ -162,6 +177,15 @@ TEST(SimDriver, CountsAnewWhenTheFaultFileChanges) {
               std::string::npos);
     unlink("/tmp/sim/driver.faults");
     EXPECT_NE(get_vaps(), "");
+}
+
+TEST(SimDriver, RefusesAFaultThatIsNoError) {
+    set_driver(OFFICE);
+    for (const char *error : {"EIOO", "5x", "0", "-1"}) {
+        set_faults(std::string("get_vaps 1 ") + error + "\n");
+        EXPECT_EXIT(get_vaps(), testing::KilledBySignal(SIGABRT),
+                    "sim_driver: unknown error \"" + std::string(error) + "\"\n");
+    }
 }
 
 TEST(SimDriver, ReachesItsOwnerDespiteEveryMisbehaviour) {
@@ -256,6 +280,17 @@ TEST(SimDriver, PlaysTheAppVisibilityDevice) {
     EXPECT_EQ(ioctl(copy, APP_VISIBILITY_REQUEST, data.data()), 0);
     close(copy);
     EXPECT_EQ(ioctl(copy, APP_VISIBILITY_REQUEST, data.data()), -1);
+}
+
+TEST(SimDriver, RefusesAnAppVisibilityRequestWithoutData) {
+    set_driver("");
+    const int device = open("/dev/app_visibility", O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(device, 0);
+    EXPECT_EQ(ioctl(device, APP_VISIBILITY_REQUEST, nullptr), -1);
+    EXPECT_EQ(errno, EFAULT);
+    EXPECT_EQ(last_record(), "{\"call\": \"app_visibility\", \"interface\": \"\", \"number\": 1074029569, "
+                             "\"sub_command\": 0, \"data\": \"\", \"error\": \"EFAULT\"}\n");
+    close(device);
 }
 
 TEST(SimDriver, FailsToOpenTheAppVisibilityDevice) {
