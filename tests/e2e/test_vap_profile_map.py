@@ -1,5 +1,6 @@
 """The map from VAPs to SSID profiles, and its file."""
 
+import os
 import struct
 
 from sim.events import SUBINFO_VALUE, VAP_INDEX, VAP_NAME, header, item, text_item, u32
@@ -67,8 +68,6 @@ def test_a_new_vap_takes_its_profile_from_the_map_also_after_a_restart(start_wit
 
 
 def test_a_map_that_cannot_be_written_ends_the_daemon(start):
-    import os
-
     ap = start()
     os.mkdir(MAP)
     ap.send_event(

@@ -3,7 +3,7 @@
 import pytest
 
 from sim.background import wait_until
-from sim.events import VAP_INDEX, coded, header, item, u32
+from sim.events import SUBINFO_VALUE, VAP_INDEX, VAP_NAME, coded, header, item, text_item, u32
 from sim.profiles import write_profile
 from sim.wireless import Vap
 
@@ -14,6 +14,12 @@ def name_vap(ap, index):
     """Sends an event that names a VAP, and waits until it is dealt with."""
     ap.send_event("VRE.smart_steering", header() + item(VAP_INDEX, u32(index)))
     ap.settle()
+
+
+def assign_profile(ap, name, profile_id):
+    ap.send_event(
+        "VRE.bw.vap_profile_id", header(profile_id=profile_id) + text_item(VAP_NAME, name) + item(SUBINFO_VALUE, u32(1))
+    )
 
 
 def told(ap, function):
@@ -41,10 +47,11 @@ def test_an_index_that_the_kernel_does_not_know_ends_decoding(start_with_vaps):
     ap, _ = start_with_vaps(LOBBY)
     ap.send_event("VRE.bw.events", header() + item(VAP_INDEX, u32(77)) + coded(1, b"\0\1")[10:])
     ap.settle()
-    assert told(ap, "add_or_lookup_vapinfo") == ["VAP add failed for index 77"] * len(
-        told(ap, "add_or_lookup_vapinfo")
-    )
-    assert "Vap lookup failed " in told(ap, "wl_get_evt_info")
+    log = [(record.function, record.message) for record in ap.log()]
+    failures = [n for n, line in enumerate(log) if line == ("add_or_lookup_vapinfo", "VAP add failed for index 77")]
+    assert failures
+    assert {log[n + 1] for n in failures} == {("wl_get_evt_info", "Vap lookup failed ")}
+    assert len(told(ap, "add_or_lookup_vapinfo")) == len(failures)
     assert told(ap, "handle_bw_events") == []
 
 
@@ -75,11 +82,7 @@ def test_a_profile_s_file_describes_its_vap(start_with_vaps):
         with open(f"/tmp/profile7/{name}", "w", encoding="ascii"):
             pass
     ap, wireless = start_with_vaps(LOBBY)
-    from sim.events import SUBINFO_VALUE, VAP_NAME, text_item
-
-    ap.send_event(
-        "VRE.bw.vap_profile_id", header(profile_id=7) + text_item(VAP_NAME, "ath0") + item(SUBINFO_VALUE, u32(1))
-    )
+    assign_profile(ap, "ath0", 7)
     name_vap(ap, wireless["ath0"].index)
     assert told(ap, "dump_vapinfo") == [
         description("ath0", "Lobby", "02:00:00:00:01:00", 7, (1, 1, 1, 1, 2), (100, 0, 1))
@@ -92,7 +95,7 @@ def test_a_profile_s_file_describes_its_vap(start_with_vaps):
 def test_clearing_the_table_asks_the_driver_anew(start_with_vaps):
     ap, wireless = start_with_vaps(LOBBY)
     name_vap(ap, wireless["ath0"].index)
-    wireless["ath0"].ssid = "Hall 2"
+    wireless["ath0"].ssid = "Café 2"
     wireless.write()
     name_vap(ap, wireless["ath0"].index)
     ap.send_event("VRE.clr.iface")
@@ -101,8 +104,24 @@ def test_clearing_the_table_asks_the_driver_anew(start_with_vaps):
     name_vap(ap, wireless["ath0"].index)
     assert told(ap, "dump_vapinfo") == [
         description("ath0", "Lobby", "02:00:00:00:01:00"),
-        description("ath0", "Hall 2", "02:00:00:00:01:00"),
+        description("ath0", "Café 2", "02:00:00:00:01:00"),
     ]
+
+
+def test_an_edited_profile_file_counts_once_the_table_is_cleared(start_with_vaps):
+    write_profile(7, {"AP_SECFILE": "PSK", "VLAN_ID": 100})
+    ap, wireless = start_with_vaps(LOBBY)
+    assign_profile(ap, "ath0", 7)
+    name_vap(ap, wireless["ath0"].index)
+    before = description("ath0", "Lobby", "02:00:00:00:01:00", 7, (0, 0, 1, 0, 0), (100, 0, 0))
+    write_profile(7, {"AP_SECFILE": "EAP", "SAMOG_MAB_ENABLED": 1, "VLAN_ID": 200})
+    name_vap(ap, wireless["ath0"].index)
+    assert told(ap, "dump_vapinfo") == [before]
+    assert len(told(ap, "update_other_vap_information")) == 1
+    ap.send_event("VRE.clr.iface")
+    name_vap(ap, wireless["ath0"].index)
+    after = description("ath0", "Lobby", "02:00:00:00:01:00", 7, (1, 0, 1, 1, 0), (200, 0, 0))
+    assert told(ap, "dump_vapinfo") == [before, after]
 
 
 def test_a_seventeenth_vap_is_answered_with_the_sixteenth(start_with_vaps):
@@ -125,6 +144,7 @@ def test_a_seventeenth_vap_is_answered_with_the_sixteenth(start_with_vaps):
         ["reply_size 512", "reply_claims 65535"],
         ["args get_vaps 0 0x2FFF", "reply_size 512"],
         ["args get_vaps 0x27FF 0x21FF", "reply_size 512"],
+        ["args get_vaps 0x1804 0x106E"],
         ["reply_size 0", "reply_claims 0"],
     ],
 )
@@ -143,11 +163,12 @@ def test_a_driver_of_any_manners_is_survived(start_with_vaps, switches):
     assert told(ap, "dump_vapinfo")[-1] == description("ath0", "Lobby", "02:00:00:00:01:00")
 
 
-@pytest.mark.parametrize("call", ["SIOCGIWPRIV", "get_vaps"])
+@pytest.mark.parametrize("call", ["SIOCGIFNAME", "SIOCGIWPRIV", "get_vaps"])
 def test_a_failed_call_adds_nothing(start_with_vaps, call):
     ap, wireless = start_with_vaps(LOBBY)
     wireless.fail(f"{call} * EIO")
     name_vap(ap, wireless["ath0"].index)
+    assert {answer["error"] for answer in wireless.calls(call)} == {"EIO"}
     assert told(ap, "dump_vapinfo") == []
     wireless.fail()
     name_vap(ap, wireless["ath0"].index)

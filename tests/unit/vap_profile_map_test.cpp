@@ -21,7 +21,7 @@ using lines = std::vector<std::string>;
 
 constexpr char MAP_FILE[] = "/tmp/.wl.vap_to_profile";
 
-/// An event of this name; `value` of 4 bytes or none.
+/// An event of this name; `value` of `value_len` bytes or none.
 wl_evt_info event_of(char *name, uint32_t profile_id, uint8_t *value, uint16_t value_len = 4) {
     wl_evt_info info{};
     info.name = name;
@@ -114,6 +114,14 @@ TEST(VapProfileMap, MissingBytesOfAShortValueAreZero) {
     EXPECT_EQ(file_text(MAP_FILE), file_with(2, {0, 0, 0, 5, 0, 1, 0, 0}));
 }
 
+TEST(VapProfileMap, OnlyFourBytesOfALongValueCount) {
+    char name[] = "ath2";
+    uint8_t value[] = {0, 0, 0, 1, 0xEE, 0xEE};
+    const wl_evt_info info = event_of(name, 5, value, sizeof value);
+    bw_update_vap_profile_id(VRE_BW_VAP_PROFILE_ID, &info);
+    EXPECT_EQ(file_text(MAP_FILE), file_with(2, {0, 0, 0, 5, 0, 0, 0, 1}));
+}
+
 TEST(VapProfileMap, RefusesANameWithoutDigits) {
     log_capture log;
     debug = 2;
@@ -202,8 +210,11 @@ TEST(VapProfileMap, StoresTheEntryBeforeItOpensTheFile) {
 
 TEST(VapProfileMap, EndsTheDaemonWhenItsFileCannotBeWritten) {
     ASSERT_EQ(symlink("/dev/full", MAP_FILE), 0);
+    // The entry is told of once the file is open, before it is written.
     EXPECT_EXIT(update("ath0", 7, 1), testing::ExitedWithCode(1),
-                "FATAL: Could not create file /tmp/\\.wl\\.vap_to_profile\n$");
+                "^[^\n]* bw_update_vap_profile_id: VAP ath0 : profile id 7 profile data 1\n"
+                "[^\n]* bw_update_vap_profile_id: WL\\.bw: Enabling bandwidth control feature for profile ID 7\\.\n"
+                "[^\n]* bw_update_vap_profile_id: FATAL: Could not create file /tmp/\\.wl\\.vap_to_profile\n$");
 }
 
 TEST(VapProfileMap, IsAsLastWrittenAfterARestart) {
@@ -239,9 +250,32 @@ TEST(VapProfileMap, MissingFileRestoresNothingAndSaysNothing) {
     EXPECT_EQ(log.lines(), lines{});
 }
 
+TEST(VapProfileMap, FileThatCannotBeReadRestoresNothingAndSaysNothing) {
+    log_capture log;
+    ASSERT_EQ(mkdir(MAP_FILE, 0755), 0);  // can be opened, but not read
+    restore_profile_vap_cache();
+    ASSERT_EQ(rmdir(MAP_FILE), 0);
+    ASSERT_EQ(symlink(MAP_FILE, MAP_FILE), 0);  // cannot even be opened
+    restore_profile_vap_cache();
+    for (const profile_vap_info &entry : profile_id_for_vap) {
+        EXPECT_EQ(entry.profile_id, 0U);
+        EXPECT_EQ(entry.profile_data, 0U);
+    }
+    EXPECT_EQ(log.lines(), lines{});
+}
+
 TEST(VapProfileMap, HandlerDecodesTheMessage) {
     received_payload payload(
         event_payload().header({2, 0, 0, 0, 0, 0}, 42).text(WL_VAP_NAME, "ath5").item(WL_SUBINFO_VALUE, {0, 0, 0, 1}));
+    handle_bw_vap_profile_id(VRE_BW_VAP_PROFILE_ID, payload.data(), payload.length());
+    EXPECT_EQ(bw_lookup_vap_profile_id("ath5"), 42U);
+}
+
+TEST(VapProfileMap, HandlerTakesANameThatEndsWithTheMessage) {
+    received_payload payload(event_payload()
+                                 .header({2, 0, 0, 0, 0, 0}, 42)
+                                 .item(WL_SUBINFO_VALUE, {0, 0, 0, 1})
+                                 .item(WL_VAP_NAME, text_bytes("ath5")));
     handle_bw_vap_profile_id(VRE_BW_VAP_PROFILE_ID, payload.data(), payload.length());
     EXPECT_EQ(bw_lookup_vap_profile_id("ath5"), 42U);
 }

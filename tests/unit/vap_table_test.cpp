@@ -131,6 +131,29 @@ TEST(AddVapinfo, TakesAVapWithoutAProfile) {
                                  "/tmp/profile0/profile.conf, error : No such file or directory");
 }
 
+TEST(AddVapinfo, ReadsTheFileOfProfile0) {
+    set_driver(OFFICE);
+    set_profile(0, "AP_SECFILE=PSK\nVLAN_ID=300\n");
+    const vap_info *vap = add_vapinfo(101);
+    ASSERT_NE(vap, nullptr);
+    EXPECT_EQ(vap->profile_id, 0);
+    EXPECT_EQ(vap->secured_vap, 1);
+    EXPECT_EQ(vap->ssid_vlan, 300);
+}
+
+TEST(AddVapinfo, ReadsALargeProfileIdAsNegative) {
+    log_capture log;
+    debug = 2;
+    set_driver(OFFICE);
+    map_vap(3, 0xFFFFFFFF);
+    set_profile(-1, "AP_SECFILE=PSK\n");
+    const vap_info *vap = add_vapinfo(101);
+    ASSERT_NE(vap, nullptr);
+    EXPECT_EQ(vap->profile_id, -1);
+    EXPECT_EQ(vap->secured_vap, 1);
+    EXPECT_EQ(log.lines().at(0), "add_vapinfo: Created profile_id -1 for vap ath3");
+}
+
 TEST(AddVapinfo, LeavesAVapThatIsNotUpForALaterEvent) {
     log_capture log;
     set_driver("101 ath3 Office 02:11:22:33:44:55 2 down\n");
@@ -499,6 +522,13 @@ TEST(UpdateVapConfig, NetworkProfileLooksAtTheNetworksOwnFolder) {
     EXPECT_EQ(bytes_of(configured(7, "NETWORK_PROFILE_ID", "9")), bytes_of(expected));
     for (const char *value : {"0", "8", "", "x"})
         EXPECT_EQ(bytes_of(configured(7, "NETWORK_PROFILE_ID", value)), bytes_of(record_of(7))) << value;
+}
+
+TEST(UpdateVapConfig, NetworkProfileMayBeNegative) {
+    mkdir("/tmp/network-3", 0755);
+    write_file("/tmp/network-3/network.conf", "");
+    EXPECT_EQ(configured(7, "NETWORK_PROFILE_ID", "-3").tunneled_vap, 1);
+    EXPECT_EQ(configured(7, "NETWORK_PROFILE_ID", "3").tunneled_vap, 0);
 }
 
 TEST(UpdateVapConfig, OtherKeysAreIgnored) {

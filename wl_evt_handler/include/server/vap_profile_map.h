@@ -34,10 +34,10 @@ void restore_profile_vap_cache();
 ///
 /// @param name  interface name; 16 characters of it are looked at, and it may be null
 /// @return the profile's id; 0 when bandwidth control is not enabled or the name has no number within the map
-uint32_t bw_lookup_vap_profile_id(const char *name);
+[[nodiscard]] uint32_t bw_lookup_vap_profile_id(const char *name);
 
 /// The profile served on a VAP, whether its bandwidth control is enabled or not; else as bw_lookup_vap_profile_id.
-uint32_t lookup_vap_profile_id(const char *name);
+[[nodiscard]] uint32_t lookup_vap_profile_id(const char *name);
 
 /// @return the first decimal digit among the first `limit` characters of `str`, which may be null; null when none is
 ///         there

@@ -38,13 +38,13 @@ extern int vap_count;                 // records in use
 void init_iface_table();
 
 /// The VAP of an interface index when the table has it, else null.
-vap_info *lookup_vapinfo(int index);
+[[nodiscard]] vap_info *lookup_vapinfo(int index);
 
 /// Asks the kernel and the driver for the VAP of an interface index and appends it to the table.
 ///
 /// @return the last record of the table: in a full table the new VAP is not stored and the sixteenth stands for it. Null
 ///         when the index has no interface, the driver does not know it, or it has no SSID or BSSID yet
-vap_info *add_vapinfo(int index);
+[[nodiscard]] vap_info *add_vapinfo(int index);
 
 /// The VAP of an interface index, asked of the driver when the table does not have it; null when there is none.
 vap_info *add_or_lookup_vapinfo(int index);
@@ -53,7 +53,7 @@ vap_info *add_or_lookup_vapinfo(int index);
 ///
 /// @return a record with `ssid`, `bssid` and `proto`, freed by the caller with free(); null when the driver does not
 ///         answer or memory is short
-vap_info *get_vap_info(const char *vap_name);
+[[nodiscard]] vap_info *get_vap_info(const char *vap_name);
 
 /// Fills the flags and the VLAN of a record from the configuration file of its profile.
 void update_other_vap_information(vap_info *record);
@@ -64,7 +64,7 @@ void update_vap_config(vap_info *record, const char *value, const char *key, int
 /// Copies what the table knows of the VAP that an event names (`name`) into a client's connection record.
 ///
 /// @return 1, or 0 when the table has no VAP of that name
-int get_config_from_vapinfo(cl_conn_evt_rec *record, const wl_evt_info_t *evt_info);
+[[nodiscard]] int get_config_from_vapinfo(cl_conn_evt_rec *record, const wl_evt_info_t *evt_info);
 
 /// Logs a record at level 2; null logs nothing.
 void dump_vapinfo(const vap_info *vap);

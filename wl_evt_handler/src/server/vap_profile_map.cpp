@@ -24,7 +24,7 @@ int vap_number(const char *name, int limit) {
     if (first == nullptr)
         return NO_NUMBER;
     char digits[IFNAMSIZ + 1] = {};
-    std::memcpy(digits, first, strnlen(first, static_cast<size_t>(name + IFNAMSIZ - first)));
+    std::memcpy(digits, first, strnlen(first, static_cast<size_t>(IFNAMSIZ - (first - name))));
     return to_number(digits);
 }
 

@@ -150,14 +150,13 @@ void dump_vapinfo(const vap_info *vap) {
     if (vap == nullptr)
         return;
     const uint8_t *bssid = vap->bssid;
-    WL_LOG(
-        2,
-        "COMMON INFORMATION: interface %s ssid %s bssid %02X:%02X:%02X:%02X:%02X:%02X profile_id %d dot1x_enabled %d "
-        "portal_enabled %d secured_vap %d samog_enabled %d gauth_enabled %d\n, ssid_vlan %d, tunneled vap %d NAT vap "
-        "%d",
-        vap->name, vap->ssid, bssid[0], bssid[1], bssid[2], bssid[3], bssid[4], bssid[5],
-        static_cast<int>(vap->profile_id), vap->dot1x_enabled, vap->portal_enabled, vap->secured_vap,
-        vap->samog_enabled, vap->gauth_enabled, static_cast<int>(vap->ssid_vlan), vap->tunneled_vap, vap->nat_vap);
+    WL_LOG(2,
+           "COMMON INFORMATION: interface %s ssid %s bssid %02X:%02X:%02X:%02X:%02X:%02X profile_id %d "
+           "dot1x_enabled %d portal_enabled %d secured_vap %d samog_enabled %d gauth_enabled %d\n"
+           ", ssid_vlan %d, tunneled vap %d NAT vap %d",
+           vap->name, vap->ssid, bssid[0], bssid[1], bssid[2], bssid[3], bssid[4], bssid[5],
+           static_cast<int>(vap->profile_id), vap->dot1x_enabled, vap->portal_enabled, vap->secured_vap,
+           vap->samog_enabled, vap->gauth_enabled, static_cast<int>(vap->ssid_vlan), vap->tunneled_vap, vap->nat_vap);
 }
 
 void iface_table_clear_cache() {
