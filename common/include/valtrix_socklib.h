@@ -110,8 +110,8 @@ int socklib_get_brdaddr(const char *device, uint32_t *addr) SOCKLIB_CHECK_RESULT
 /// @param mac  receives 6 bytes
 int socklib_get_macfromip(const char *device, uint32_t ip, uint8_t *mac) SOCKLIB_CHECK_RESULT;
 
-/// Fetches the gateway of the device's first default route; 0 when that route leads straight to the link. Routes of other
-/// devices do not count, and neither does what the kernel's table holds after the gateway column.
+/// Fetches the gateway of the device's first default route; 0 when that route leads straight to the link. Routes of
+/// other devices do not count, and neither does what the kernel's table holds after the gateway column.
 int socklib_get_defgw(const char *device, uint32_t *saddr) SOCKLIB_CHECK_RESULT;
 
 // Name resolution

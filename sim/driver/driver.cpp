@@ -20,8 +20,8 @@
 //
 // SIM_DRIVER_FAULTS (/tmp/sim/driver.faults), lines `NAME N ERROR`: the N-th call of NAME ("*": every call) fails with
 // ERROR, an errno name or number; any other text ends the program. NAME is a private command, SIOCGIWPRIV, SIOCGIFNAME,
-// SIOCGIFINDEX, SIOCGIFFLAGS, SIOCGIFHWADDR, app_visibility (the request) or open_app_visibility. Calls are counted from
-// the file's last change.
+// SIOCGIFINDEX, SIOCGIFFLAGS, SIOCGIFHWADDR, app_visibility (the request) or open_app_visibility. Calls are counted
+// from the file's last change.
 //
 // SIM_DRIVER_RECORD (/tmp/sim/driver.jsonl): one JSON line for each of these calls, whether the kernel answers it or not.
 #include <cerrno>

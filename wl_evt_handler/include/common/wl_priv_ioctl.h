@@ -51,8 +51,8 @@ size_t wl_priv_data_size(uint16_t args);
 ///
 /// @param data        what the command sets; a fixed size that is longer than `data_size` is filled up with 0
 /// @param data_size   bytes of data; those beyond the descriptor's number are left out
-/// @param reply       takes what the command gets, and 0 beyond it; may be `data`. A reply of fixed size counts as whole:
-///                    where the driver wrote nothing it is 0, or what the command set when that went by pointer too
+/// @param reply       takes what the command gets, and 0 beyond it; may be `data`. A reply of fixed size counts as
+///                    whole: where the driver wrote nothing it is 0, or what the command set when that went by pointer
 /// @param reply_size  bytes that fit in reply; further ones are left out
 /// @return WL_PRIV_OK, WL_PRIV_UNSUPPORTED_TYPE, WL_PRIV_TOO_LARGE or WL_PRIV_FAILED; reply is touched only on success
 [[nodiscard]] wl_priv_result wl_priv_call(const wl_priv_command *command, const void *data, size_t data_size,
