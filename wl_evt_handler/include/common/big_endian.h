@@ -2,7 +2,6 @@
 /// and on assignment, and need no alignment, so a record made of them is the same on every machine.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>

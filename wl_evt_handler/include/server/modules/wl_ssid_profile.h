@@ -112,6 +112,7 @@ void read_ssid_config_file(const char *path, ssid_profile_info *profile);
 /// Applies one key to a profile; an unknown key changes nothing. Lists grow with every key that feeds them.
 ///
 /// @param value  cut up in place
+/// @param line   number of the line; not used
 void fill_ssid_profile_data_config(ssid_profile_info *profile, char *value, const char *key, int line);
 
 /// Decides whether a loaded profile can be used and completes one that can with its client cache and its role derivation
@@ -124,6 +125,8 @@ void fill_ssid_profile_data_config(ssid_profile_info *profile, char *value, cons
 [[nodiscard]] ssid_profile_info *create_ssid_profile_data();
 
 /// Marks the id of a zeroed profile as not set.
+///
+/// @param profile  may be null, which is logged
 void set_ssid_profile_data_defaults(ssid_profile_info *profile);
 
 /// Unregisters a profile from the synch agent and deletes it.
