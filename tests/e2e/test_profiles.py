@@ -139,8 +139,10 @@ def test_files_of_any_bytes_are_survived(start, content):
         with open(f"/tmp/profile5/{name}", "wb") as file:
             file.write(content)
     with open(DAEMON_CONFIGURATION, "wb") as file:
-        file.write(content + b"\nPROFILE 5 x\n")
+        file.write(content + b"\nPROFILE 5 x\nPROFILE 6 y\n")
+    write_profile(6, usable(6, "Lobby", "ath0"))
     ap = start()
     pid = ap.pid
-    update(ap, 5, ADD)
+    assert update(ap, 6, ADD)[1] == ("handle_ssid_profile_update", "SSID profile already present [6]")
+    assert ("init_ssid_config", "Required config not present in /tmp/profile5/wl.conf") in update(ap, 5, ADD)
     assert ap.pid == pid

@@ -2,11 +2,6 @@
 #include "profile_files.h"
 #include "wl_vap_helpers.h"
 
-// The int of a duplicate VLAN is not freed, on purpose.
-extern "C" const char *__lsan_default_suppressions() {
-    return "leak:create_and_add_extra_vlan";
-}
-
 namespace {
 
 void check_vaps(const ssid_profile_info *profile) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "fault.h"
@@ -20,11 +21,6 @@
 #include "wl_log.h"
 #include "wl_ssid_profile.h"
 #include "wl_vap_helpers.h"
-
-// The int of a duplicate VLAN is not freed, on purpose.
-extern "C" const char *__lsan_default_suppressions() {
-    return "leak:create_and_add_extra_vlan";
-}
 
 namespace {
 
@@ -167,6 +163,46 @@ constexpr flag_key FLAG_KEYS[] = {
     {"INHERIT_FROM_SSID", 0, 0x40},
 };
 
+/// A key of a text, of a list or of 802.1X.
+struct other_key {
+    const char *key;
+    const char *value;
+    void (*clear)(ssid_profile_info *profile);  // its field
+};
+
+void clear_ssid(ssid_profile_info *profile) {
+    std::memset(profile->ssid, 0, sizeof profile->ssid);
+}
+
+void clear_external_interface(ssid_profile_info *profile) {
+    std::free(profile->external_interface);
+    profile->external_interface = nullptr;
+}
+
+void clear_vaps(ssid_profile_info *profile) {
+    list_free(&profile->vap_data_list);
+    profile->num_vaps = 0;
+}
+
+void clear_extra_vlans(ssid_profile_info *profile) {
+    list_free(&profile->extra_vlan_list);
+    profile->num_extra_vlans = 0;
+}
+
+void clear_security(ssid_profile_info *profile) {
+    profile->dot1x_enabled = 0;
+    profile->is_1x_configured = 0;
+}
+
+constexpr other_key OTHER_KEYS[] = {
+    {"WL_PROFILE_SSID", "0123456789012345678901234567890123456789", clear_ssid},
+    {"ROLE_VALUE", "0123456789012345678901234567890123456789", clear_ssid},
+    {"ExternalDevice", "eth0", clear_external_interface},
+    {"VAP_LIST", "ath0,ath1", clear_vaps},
+    {"ALL_EXTRA_SSID_VLAN_LIST", "10,20", clear_extra_vlans},
+    {"AP_SECFILE", "EAP", clear_security},
+};
+
 template <class Flags> int flag_byte(const Flags &flags) {
     uint8_t byte;
     static_assert(sizeof flags == sizeof byte);
@@ -207,6 +243,11 @@ TEST(ProfileKeys, ALaterValueReplacesAnEarlierOne) {
         apply(profile, tested.key, "0");
         EXPECT_EQ(profile.get()->*tested.field, 0) << tested.key;
     }
+    for (const word_key &tested : WORD_KEYS) {
+        const profile_pointer profile = with(tested.key, "70000");
+        apply(profile, tested.key, "0");
+        EXPECT_EQ(profile.get()->*tested.field, 0U) << tested.key;
+    }
     for (const flag_key &tested : FLAG_KEYS) {
         const profile_pointer profile = with(tested.key, "1");
         apply(profile, tested.key, "0");
@@ -223,6 +264,12 @@ TEST(ProfileKeys, AKeyChangesNothingButItsField) {
     for (const word_key &tested : WORD_KEYS) {
         const profile_pointer profile = with(tested.key, "1");
         profile.get()->*tested.field = new_profile().get()->*tested.field;
+        EXPECT_TRUE(same_bytes(profile, new_profile())) << tested.key;
+    }
+    for (const other_key &tested : OTHER_KEYS) {
+        const profile_pointer profile = with(tested.key, tested.value);
+        EXPECT_FALSE(same_bytes(profile, new_profile())) << tested.key;
+        tested.clear(profile.get());
         EXPECT_TRUE(same_bytes(profile, new_profile())) << tested.key;
     }
 }
@@ -362,8 +409,10 @@ TEST(ProfileKeys, OtherSecurityFilesChangeNothing) {
 }
 
 TEST(ProfileKeys, ListEntriesThatFindNoMemoryAreSkipped) {
-    for (const char *const function : {"malloc", "calloc"}) {
-        for (int nth = 1;; nth++) {
+    // Each VLAN takes an int from malloc; each list node, and each VAP, comes from calloc.
+    for (const auto &[function, allocations] : {std::pair("malloc", 2), std::pair("calloc", 6)}) {
+        int nth = 1;
+        for (;; nth++) {
             const profile_pointer profile = new_profile();
             fail_nth_call(function, nth);
             apply(profile, "VAP_LIST", "ath0,ath1");
@@ -376,6 +425,7 @@ TEST(ProfileKeys, ListEntriesThatFindNoMemoryAreSkipped) {
             if (!fired)
                 break;
         }
+        EXPECT_EQ(nth - 1, allocations) << function;
     }
 }
 
@@ -425,6 +475,14 @@ TEST(ProfileFile, ReadsALongLineInPiecesOf511Characters) {
               lines{"read_ssid_config_file: Invalid config line [rest] at line# [3]"});
     EXPECT_STREQ(profile->external_interface, std::string(511 - 15, 'e').c_str());
     EXPECT_EQ(profile->ap_vlan, 6U);
+}
+
+TEST(ProfileFile, CountsTheEmptyRestOfALineThatJustFits) {
+    const profile_pointer profile = new_profile();
+    write_file(FILE_PATH, "ExternalDevice=" + std::string(511 - 15, 'e') + "\nrest\n");
+    EXPECT_EQ(lines_at_level(7, [&] { read_ssid_config_file(FILE_PATH, profile.get()); }),
+              lines{"read_ssid_config_file: Invalid config line [rest] at line# [3]"});
+    EXPECT_STREQ(profile->external_interface, std::string(511 - 15, 'e').c_str());
 }
 
 TEST(ProfileFile, IsClosed) {
@@ -477,6 +535,10 @@ TEST_F(DaemonConfiguration, TakesAnIdWithoutName) {
 
 TEST_F(DaemonConfiguration, AnyOtherLineStandsForTheProfileBefore) {
     EXPECT_EQ(ids_of("PROFILE 7 office\n# comment\n\nPROFILE x\nPROFILE\n"), (ids{7, 7, 7, 7, 7}));
+}
+
+TEST_F(DaemonConfiguration, AnyBlanksOrNoneMayStandBeforeTheId) {
+    EXPECT_EQ(ids_of("PROFILE7 a\nPROFILE\t8\nPROFILES 9\n"), (ids{7, 8, 8}));
 }
 
 TEST_F(DaemonConfiguration, AFirstLineThatDoesNotMatchIsProfileZero) {

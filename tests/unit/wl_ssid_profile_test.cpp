@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -34,6 +36,7 @@ struct {
     ids unregistered;
     std::vector<std::pair<uint32_t, int>> requests;  // id and flag
     ids rules_saved;
+    std::vector<size_t> caches_at_the_rules;  // buckets of the client caches when rules were saved
 } calls;
 
 bool registered_before_flag;  // a profile came to registration without its pending request
@@ -75,6 +78,7 @@ int __wrap__Z23send_cl_info_req_packetP17ssid_profile_infoh(ssid_profile_info *p
 
 int __wrap__Z26save_role_derivation_rulesP17ssid_profile_info(ssid_profile_info *profile) {
     calls.rules_saved.push_back(profile->profile_id);
+    calls.caches_at_the_rules.push_back(profile->cl_info_hash.table_size);
     return -1;
 }
 
@@ -112,6 +116,13 @@ void write_profile(int number, const std::string &profile_conf, const std::strin
 /// Files of a usable profile whose own id is its number.
 void write_usable_profile(int number, const std::string &more = "") {
     write_profile(number, "SSID_PROFILE_ID=" + std::to_string(number) + "\n" + USABLE + more);
+}
+
+void remove_profile_files() {
+    for (const auto &entry : std::filesystem::directory_iterator("/tmp")) {
+        if (entry.path().filename().string().starts_with("profile"))
+            std::filesystem::remove_all(entry.path());
+    }
 }
 
 byte_string update_event(uint32_t id, int flag) {
@@ -163,6 +174,13 @@ wl_client_info *add_client(ssid_profile_info *profile, uint8_t last_byte, ssid_p
 class SsidProfile : public testing::Test {
 protected:
     void SetUp() override {
+        calls = {};
+        registered_before_flag = false;
+        unlocked_change = false;
+        table_changes = 0;
+        g_synch_nack_count = 0;
+        g_synch_sock = -1;
+        remove_profile_files();
         wl_init_cl_cache_info();
     }
 
@@ -170,6 +188,7 @@ protected:
         EXPECT_FALSE(unlocked_change);
         EXPECT_FALSE(registered_before_flag);
         EXPECT_EQ(pthread_mutex_trylock(&g_ssid_profile_list_mutex), 0);  // it was released
+        pthread_mutex_unlock(&g_ssid_profile_list_mutex);
         hash_table_destroy(ssid_profile_list);
         std::free(ssid_profile_list);
     }
@@ -207,12 +226,14 @@ TEST(ProfileTableStart, AFailedTableEndsTheProcessWithStatusOne) {
 }
 
 TEST(ProfileTableStart, TheFailureIsLoggedAtLevelThree) {
-    wait_for(start_child([] {
+    const int status = wait_for(start_child([] {
         g_logfile_fd = std::fopen("/tmp/log", "we");
         debug = 2;
         fail_every_call("calloc");
         wl_init_cl_cache_info();
     }));
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 1);
     EXPECT_EQ(file_text("/tmp/log"), "");
 }
 
@@ -367,6 +388,14 @@ TEST_F(InitSsidConfig, DropsAProfileWithoutExternalDevice) {
     EXPECT_EQ(listed(), ids{});
 }
 
+TEST_F(InitSsidConfig, DropsAProfileWhoseOwnIdIsTheOneThatMeansNotSet) {
+    write_profile(7, std::string("SSID_PROFILE_ID=-1\n") + USABLE);
+    expect_logged(3, "init_ssid_config: Required config not present in /tmp/profile7/wl.conf",
+                  [] { init_ssid_config(7); });
+    EXPECT_EQ(listed(), ids{});
+    EXPECT_EQ(calls.registered, ids{});
+}
+
 TEST_F(InitSsidConfig, PutsAProfileInThePlaceOfOneWithTheSameId) {
     write_usable_profile(7, "VLAN_ID=5\n");
     init_ssid_config(7);
@@ -387,6 +416,17 @@ TEST_F(InitSsidConfig, TheReplacedProfileIsNoLongerCountedAsRefused) {
     g_synch_nack_count = 2;
     init_ssid_config(7);
     EXPECT_EQ(g_synch_nack_count, 1);
+}
+
+TEST_F(InitSsidConfig, ClientsForgetARoleThatIsReplaced) {
+    write_usable_profile(7);
+    write_usable_profile(9, "IS_ROLE_PROFILE=1\n");
+    init_ssid_config(7);
+    init_ssid_config(9);
+    const wl_client_info *const client = add_client(find(7), 1, find(9));
+    init_ssid_config(9);
+    EXPECT_EQ(client->role_ssid, nullptr);
+    EXPECT_EQ(listed(), (ids{7, 9}));
 }
 
 TEST_F(InitSsidConfig, ABlankConfigurationLineLoadsTheProfileAgain) {
@@ -415,8 +455,11 @@ TEST_F(InitSsidConfig, TheFinalDumpHoldsEachProfile) {
 
 TEST_F(InitSsidConfig, SurvivesEveryFailedAllocation) {
     write_usable_profile(7, "ALL_EXTRA_SSID_VLAN_LIST=3,4\n");
-    for (const char *const function : {"malloc", "calloc", "strdup"}) {
-        for (int nth = 1;; nth++) {
+    // malloc: two VLANs and the table's entry; calloc: the profile, its cache, the VAP and three list nodes.
+    for (const auto &[function, allocations] :
+         {std::pair("malloc", 3), std::pair("calloc", 6), std::pair("strdup", 1)}) {
+        int nth = 1;
+        for (;; nth++) {
             calls = {};
             fail_nth_call(function, nth);
             init_ssid_config(7);
@@ -428,6 +471,7 @@ TEST_F(InitSsidConfig, SurvivesEveryFailedAllocation) {
                 break;
         }
         EXPECT_EQ(calls.registered, ids{7}) << function;
+        EXPECT_EQ(nth - 1, allocations) << function;
     }
 }
 
@@ -438,6 +482,18 @@ TEST_F(InitSsidConfig, AProfileThatCannotBeAddedIsNotRegistered) {
     EXPECT_GT(faults_fired("malloc"), 0);
     clear_faults();
     EXPECT_EQ(table_changes, 1);
+    EXPECT_EQ(listed(), ids{});
+    EXPECT_EQ(calls.registered, ids{});
+}
+
+TEST_F(InitSsidConfig, AReplacementThatCannotBeAddedLeavesNoProfile) {
+    write_usable_profile(7);
+    init_ssid_config(7);
+    calls = {};
+    fail_every_call("malloc");  // as above
+    init_ssid_config(7);
+    EXPECT_EQ(faults_fired("malloc"), 1);
+    clear_faults();
     EXPECT_EQ(listed(), ids{});
     EXPECT_EQ(calls.registered, ids{});
 }
@@ -512,6 +568,14 @@ TEST_F(CheckNeededConfig, SavesTheRulesOfAProfileWithRoles) {
         free_ssid_profile_info(profile);
     }
     EXPECT_EQ(calls.rules_saved, (ids{7, 8}));
+}
+
+TEST_F(CheckNeededConfig, TheCacheIsThereBeforeTheRulesAreSaved) {
+    ssid_profile_info *const profile = bare_profile(7);
+    profile->flags.role_profile_enabled = 1;
+    EXPECT_EQ(check_needed_ssid_config_present(profile), 0);
+    EXPECT_EQ(calls.caches_at_the_rules, std::vector<size_t>{43});
+    free_ssid_profile_info(profile);
 }
 
 TEST_F(CheckNeededConfig, ACacheThatFindsNoMemoryStaysEmpty) {

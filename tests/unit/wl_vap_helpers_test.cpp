@@ -1,6 +1,5 @@
 #include "wl_vap_helpers.h"
 
-#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -12,11 +11,6 @@
 #include "fault.h"
 #include "log_capture.h"
 #include "wl_log.h"
-
-// The int of a duplicate VLAN is not freed, on purpose.
-extern "C" const char *__lsan_default_suppressions() {
-    return "leak:create_and_add_extra_vlan";
-}
 
 namespace {
 
