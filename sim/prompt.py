@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import cmd
+import pty
 import subprocess
 import sys
 import time
@@ -122,7 +123,10 @@ class Prompt(cmd.Cmd):
         self.stage.ap.start()
 
     def do_shell(self, arg: str) -> None:
-        subprocess.run(["/bin/bash"], check=False)
+        if sys.stdin.isatty():
+            pty.spawn("/bin/bash")  # a terminal of its own: the sandbox has not handed over ours
+        else:
+            subprocess.run(["/bin/bash"], check=False)
 
     def do_quit(self, arg: str) -> bool:
         return True
