@@ -178,15 +178,21 @@ class AccessPoint:
         return wait_until(enough, f"{count} of {event} at {peer}", limit) or []
 
     def settle(self, limit: float = DEFAULT_LIMIT) -> None:
-        """Waits until the daemon has dealt with every event sent so far.
+        """Waits until the daemon has dealt with every event sent so far. ProcessLookupError when it has ended.
 
         The main loop serves the bus before the reload socket, so with an empty queue an answer there means that the last
         event is done.
         """
-        with bus.Queue(bus.DAEMON) as queue:
-            wait_until(lambda: queue.waiting == 0, "an empty queue", limit)
-        if self.reload("APPL_SANITY_TEST ", limit) is None:
-            raise TimeoutError(f"no answer to a sanity test within {limit:g} s")
+
+        def while_alive(result: object) -> object:
+            if not result and not self.alive:
+                raise ProcessLookupError("the daemon has ended")
+            return result
+
+        with bus.Queue(bus.DAEMON) as queue, reload.ReloadTool() as tool:
+            wait_until(lambda: while_alive(queue.waiting == 0), "an empty queue", limit)
+            tool.send(b"APPL_SANITY_TEST ")
+            wait_until(lambda: while_alive(tool.reply(0.1)), "an answer to a sanity test", limit)
 
     # The reload channel
 

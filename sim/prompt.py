@@ -9,7 +9,7 @@ import sys
 import time
 
 from sim import bus
-from sim.access_point import LOG
+from sim.access_point import CRASH_RECORD, LOG
 from sim.events import NAMES, coded, describe, typical, u16, vlan_information
 from sim.stage import Stage, show
 
@@ -56,6 +56,8 @@ class Prompt(cmd.Cmd):
     def postcmd(self, stop: bool, line: str) -> bool:
         if not stop:
             self.stage.show_news()
+            if not self.stage.ap.alive:
+                print(f'  the daemon has ended; its crash record: {CRASH_RECORD}; "restart" starts it')
         return stop
 
     def emptyline(self) -> bool:
