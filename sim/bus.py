@@ -18,7 +18,7 @@ import time
 from typing import NamedTuple
 
 from sim.background import Drain
-from sim.events import describe
+from sim.events import INDICES, describe
 
 DAEMON = "/wl_evt_handler"
 MESSAGE_SIZES = {
@@ -200,13 +200,26 @@ def _listen(name: str) -> None:
         peer.close()
 
 
+def _event(text: str) -> str:
+    if text not in INDICES:
+        raise argparse.ArgumentTypeError(f'no event of that name: "{text}"')
+    return text
+
+
+def _hexadecimal(text: str) -> bytes:
+    try:
+        return bytes.fromhex(text)
+    except ValueError:
+        raise argparse.ArgumentTypeError(f'no pairs of hexadecimal digits: "{text}"') from None
+
+
 def main() -> int:
     parser = argparse.ArgumentParser(prog="python3 -m sim.bus", description="Talks on the event bus.")
     commands = parser.add_subparsers(dest="command", required=True)
     commands.add_parser("list", help="the queues that exist, with the messages that wait in them")
     send = commands.add_parser("send", help="send an event to a process (the daemon)")
-    send.add_argument("event")
-    send.add_argument("payload", nargs="?", default="", help="in hexadecimal digits")
+    send.add_argument("event", type=_event)
+    send.add_argument("payload", nargs="?", type=_hexadecimal, default=b"", help="in hexadecimal digits")
     send.add_argument("--queue", default=DAEMON)
     listen = commands.add_parser("listen", help="create a process's queue and print what reaches it")
     listen.add_argument("queue", choices=[name for name in MESSAGE_SIZES if name != DAEMON])
@@ -217,7 +230,7 @@ def main() -> int:
             with Queue(name) as queue:
                 print(f"{name}: {queue.waiting} of {queue.depth} messages of up to {queue.message_size} bytes")
     elif arguments.command == "send":
-        send_event(arguments.event, bytes.fromhex(arguments.payload), queue=arguments.queue)
+        send_event(arguments.event, arguments.payload, queue=arguments.queue)
     else:
         _listen(arguments.queue)
     return 0

@@ -4,13 +4,14 @@ from __future__ import annotations
 
 import cmd
 import pty
+import struct
 import subprocess
 import sys
 import time
 
-from sim import bus
+from sim import bus, reload
 from sim.access_point import CRASH_RECORD, LOG
-from sim.events import NAMES, coded, describe, typical, u16, vlan_information
+from sim.events import INDICES, NAMES, coded, describe, typical, u16, vlan_information
 from sim.stage import Stage, show
 
 HELP = """\
@@ -49,9 +50,12 @@ class Prompt(cmd.Cmd):
     def onecmd(self, line: str) -> bool:
         try:
             return bool(super().onecmd(line))
-        except (OSError, ValueError, KeyError) as failure:
+        except (IndexError, ValueError, struct.error):
+            usage = next(entry for entry in HELP.splitlines() if entry.split()[0] == line.split()[0])
+            print(f"  usage:{usage}")
+        except OSError as failure:
             print(f"  that failed: {failure}")
-            return False
+        return False
 
     def postcmd(self, stop: bool, line: str) -> bool:
         if not stop:
@@ -80,6 +84,11 @@ class Prompt(cmd.Cmd):
 
     def do_send(self, arg: str) -> None:
         event, _, digits = arg.partition(" ")
+        if not event:
+            raise ValueError
+        if event not in INDICES:
+            print('  no event of that name; "events" lists them')
+            return
         self.stage.send(event, bytes.fromhex(digits) if digits else typical(event))
 
     def do_flood(self, arg: str) -> None:
@@ -94,8 +103,10 @@ class Prompt(cmd.Cmd):
         self.columnize(list(NAMES.values()), 110)
 
     def do_reload(self, arg: str) -> None:
+        if not arg:
+            raise ValueError
         reply = self.stage.ap.reload(arg, limit=1)
-        show("reply", "none within a second" if reply is None else repr(reply))
+        show("reply", "none within a second" if reply is None else f'"{reload.text(reply)}"')
 
     def parseline(self, line: str) -> tuple[str | None, str | None, str]:
         """Keeps the trailing blank of a reload command, which is part of it."""

@@ -50,6 +50,11 @@ def ask(command: str, limit: float) -> bytes | None:
         return tool.reply(limit)
 
 
+def text(reply: bytes) -> str:
+    """A reply for people, without its NUL."""
+    return reply.rstrip(b"\0").decode(errors="replace")
+
+
 def send(command: bytes) -> None:
     """Sends a command that has no reply."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
@@ -62,7 +67,7 @@ def main() -> int:
     parser.add_argument("--limit", type=float, default=1, help="seconds to wait for a reply (1)")
     arguments = parser.parse_args()
     reply = ask(arguments.command, arguments.limit)
-    print("no reply" if reply is None else reply.rstrip(b"\0").decode(errors="replace"))
+    print("no reply" if reply is None else f'"{text(reply)}"')
     return 0
 
 

@@ -5,6 +5,7 @@ from __future__ import annotations
 import os
 import sys
 
+from sim import reload
 from sim.access_point import AccessPoint, LogRecord
 from sim.events import describe
 from sim.wireless import Wireless
@@ -60,7 +61,7 @@ class Stage:
         """Sends a reload command that is answered."""
         show("send", f'reload command "{command}"')
         reply = self.ap.reload(command, LIMIT)
-        text = None if reply is None else reply.rstrip(b"\0").decode(errors="replace")
+        text = None if reply is None else reload.text(reply)
         show("reply", "none" if text is None else f'"{text}"')
         return text
 

@@ -32,7 +32,10 @@ def play(stage: Stage) -> None:
 
 
 def start_up(stage: Stage) -> None:
-    stage.scene("Start-up: the daemon detaches, opens its sockets and asks the sensor which VLANs it has seen")
+    stage.scene(
+        "Start-up: the daemon detaches, opens its sockets and asks the sensor which VLANs it has seen\n"
+        '   (where the log says "mq_open error", this machine\'s queues are limited: the daemon makes its own less deep)'
+    )
     stage.expect_log("LOG_INFO UNIX socket created for communicating with reload_cli")
     stage.ap.wait_for_published("VRE.vlan.detector", "/sensord", limit=LIMIT)
     stage.show_news()
