@@ -43,16 +43,23 @@ dllist_t *dllist_insert_tail_recycle(dllist_ctrl_t *ctrl, dllist_t *node) {
 }
 
 dllist_t *dllist_delink_head(dllist_ctrl_t *ctrl) {
-    if (ctrl->num_entries == 0)
-        return nullptr;
     dllist_t *node = ctrl->head;
-    dllist_delink_node(ctrl, node);
+    if (node == nullptr)
+        return nullptr;
+    ctrl->head = node->next;
+    (ctrl->head != nullptr ? ctrl->head->prev : ctrl->tail) = nullptr;
+    node->next = nullptr;
+    ctrl->num_entries--;
     return node;
 }
 
 void dllist_delink_node(dllist_ctrl_t *ctrl, dllist_t *node) {
     if (node == nullptr || ctrl->num_entries == 0)
         return;
+    if (node == ctrl->head) {
+        (void)dllist_delink_head(ctrl);
+        return;
+    }
     (node->prev != nullptr ? node->prev->next : ctrl->head) = node->next;
     (node->next != nullptr ? node->next->prev : ctrl->tail) = node->prev;
     node->next = nullptr;
