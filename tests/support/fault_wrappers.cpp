@@ -68,6 +68,12 @@ WRAPPED(ssize_t, sendto, (int fd, const void *data, size_t size, int flags, cons
 WRAPPED(int, select, (int count, fd_set *in, fd_set *out, fd_set *other, timeval *limit),
         (count, in, out, other, limit), -1)
 #endif
+#ifdef WRAP_read
+WRAPPED(ssize_t, read, (int fd, void *buffer, size_t size), (fd, buffer, size), -1)
+#endif
+#ifdef WRAP_write
+WRAPPED(ssize_t, write, (int fd, const void *data, size_t size), (fd, data, size), -1)
+#endif
 #ifdef WRAP_setrlimit
 WRAPPED(int, setrlimit, (__rlimit_resource_t resource, const rlimit *limit), (resource, limit), -1)
 #endif

@@ -1,0 +1,321 @@
+// Bandwidth control whose process is killed at any point, and whose threads meet: what the log then says is what a daemon
+// that starts has.
+#include <algorithm>
+#include <atomic>
+#include <climits>
+#include <csignal>
+#include <cstdarg>
+#include <cstring>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <random>
+#include <unistd.h>
+
+#include "bw_log.h"
+#include "child.h"
+#include "debug_log.h"
+#include "files.h"
+#include "scripted_shell.h"
+#include "wl_bw.h"
+#include "wl_bw_internal.h"
+#include "wl_log.h"
+
+// --- points at which the process can be killed: before and after each call that it makes, and within each write
+
+namespace {
+
+std::atomic<int> points_left;  // the process ends at the point that makes it 0
+
+bool is_last_point() {
+    return points_left != 0 && --points_left == 0;
+}
+
+void kill_point() {
+    if (is_last_point())
+        kill(getpid(), SIGKILL);
+}
+
+}  // namespace
+
+#define KILL_POINTS_AROUND(result, name, parameters, arguments) \
+    extern "C" result __real_##name parameters;                 \
+    extern "C" result __wrap_##name parameters {                \
+        kill_point();                                           \
+        result returned = __real_##name arguments;              \
+        kill_point();                                           \
+        return returned;                                        \
+    }
+
+KILL_POINTS_AROUND(void *, calloc, (size_t count, size_t size), (count, size))
+KILL_POINTS_AROUND(char *, strdup, (const char *text), (text))
+KILL_POINTS_AROUND(int, close, (int fd), (fd))
+KILL_POINTS_AROUND(int, ftruncate, (int fd, off_t size), (fd, size))
+KILL_POINTS_AROUND(off_t, lseek, (int fd, off_t offset, int from), (fd, offset, from))
+KILL_POINTS_AROUND(int, pthread_create,
+                   (pthread_t * thread, const pthread_attr_t *attributes, void *(*body)(void *), void *argument),
+                   (thread, attributes, body, argument))
+
+extern "C" int __real_open(const char *path, int flags, mode_t mode);
+extern "C" int __wrap_open(const char *path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    kill_point();
+    const int fd = __real_open(path, flags, mode);
+    kill_point();
+    return fd;
+}
+
+extern "C" ssize_t __real_write(int fd, const void *data, size_t size);
+extern "C" ssize_t __wrap_write(int fd, const void *data, size_t size) {
+    kill_point();
+    for (const size_t part : {1, 8, 29, 44})
+        if (is_last_point()) {
+            (void)!__real_write(fd, data, std::min(part, size));
+            kill(getpid(), SIGKILL);
+        }
+    const ssize_t written = __real_write(fd, data, size);
+    kill_point();
+    return written;
+}
+
+namespace {
+
+// --- requests
+
+bw_rule_info request(uint32_t profile, vre_iw_cmd_t e, uint8_t pri, int32_t up) {
+    bw_rule_info out{};
+    out.e = e;
+    out.pri = pri;
+    out.up = up;
+    out.down = 2 * up;
+    out.profile_id = profile;
+    return out;
+}
+
+bw_rule_info bss(uint32_t profile, vre_iw_cmd_t e, uint8_t pri, int32_t up) {
+    bw_rule_info out = request(profile, e, pri, up);
+    out.bss_rule = 1;
+    return out;
+}
+
+bw_rule_info station(uint32_t profile, uint8_t number, vre_iw_cmd_t e, uint8_t pri, int32_t up) {
+    bw_rule_info out = request(profile, e, pri, up);
+    out.mac[5] = number;
+    std::strcpy(out.interface, "ath0");
+    return out;
+}
+
+bw_rule_info applied(bw_rule_info out) {
+    out.state_transition = 1;
+    out.to_state = 1;
+    return out;
+}
+
+bw_rule_info left(uint32_t profile, uint8_t number) {
+    bw_rule_info out = station(profile, number, VRE_BW_CLR, 0, 0);
+    out.state_transition = 1;
+    return out;
+}
+
+void set(bw_rule_info of) {
+    __bw_set_limit(&of);
+}
+
+void clear(bw_rule_info of) {
+    __bw_clr_limit(&of);
+}
+
+constexpr int32_t REFUSED = 666;  // the script fails for this upload limit
+
+int refuse_some(const std::string &command) {
+    kill_point();
+    return command.find(" up 666 ") != std::string::npos ? exited(1) : 0;
+}
+
+/// Sets, runs, rollbacks and rewrites of every kind.
+///
+/// @param step  called after each
+void live(void (*step)()) {
+    const auto then = [&](void (*change)(bw_rule_info), const bw_rule_info &of) {
+        change(of);
+        step();
+    };
+    then(set, bss(3, VRE_BW_SET, 1, 1000));
+    for (uint8_t i = 1; i <= 3; i++)
+        then(set, station(3, i, VRE_BW_SET, 1, 100 + i));
+    then(set, applied(station(3, 4, VRE_BW_SET, 2, 104)));
+    then(set, bss(3, VRE_BW_SET, 1, REFUSED));
+    then(set, applied(station(3, 1, VRE_BW_SET, 1, 101)));
+    then(set, applied(station(4, 9, VRE_BW_SET, 0, -1)));
+    for (uint8_t i = 10; i < 20; i++) {  // ten clears: a rewrite
+        then(set, station(3, i, VRE_BW_SET, 1, i));
+        then(clear, station(3, i, VRE_BW_CLR, 1, 0));
+    }
+    then(set, applied(station(3, 2, VRE_BW_SET, 1, REFUSED)));  // leaves a gap
+    then(set, applied(station(3, 5, VRE_BW_SET, 1, 105)));
+    then(clear, station(3, 5, VRE_BW_CLR, 1, 0));  // keeps the rule
+    then(set, left(3, 5));
+    then(clear, bss(4, VRE_BW_CLR, 0, 0));
+}
+
+/// A daemon's process from its start on; leaves with status 0 unless it is killed.
+void run_daemon(int points, void (*step)()) {
+    debug = 1;
+    shell.on_run = refuse_some;
+    points_left = points;
+    if (bw_init() != 1)
+        _exit(1);
+    live(step);
+    wait_for_worker();
+    points_left = 0;
+}
+
+/// Starts with the log that is there and compares what the daemon makes of it with what it says.
+void expect_restart_as_logged() {
+    const std::string log = file_text(bw_log::FILE_NAME);
+    ASSERT_EQ(bw_init(), 1);
+    EXPECT_EQ(bw_log::rules_in_words(), bw_log::reader(log).text());
+    EXPECT_EQ(file_text(bw_log::FILE_NAME), log);
+    close(bw_cache_fd);
+    hash_table_destroy(&bw_profile_hash_t);
+}
+
+}  // namespace
+
+TEST(BwRestart, AfterAKillAtAnyPointTheRulesAreAsLogged) {
+    debug = 1;
+    int point = 1, status = 0;
+    for (;; point++) {
+        unlink(bw_log::FILE_NAME.c_str());
+        status = wait_for(start_child([&] { run_daemon(point, wait_for_worker); }));
+        ASSERT_NO_FATAL_FAILURE(expect_restart_as_logged()) << "point " << point;
+        ASSERT_FALSE(HasFailure()) << "point " << point;
+        if (!WIFSIGNALED(status))
+            break;
+        ASSERT_EQ(WTERMSIG(status), SIGKILL);
+    }
+    EXPECT_EQ(status, 0);
+    EXPECT_GT(point, 500);
+    std::printf("kill points: %d\n", point - 1);
+}
+
+TEST(BwRestart, AfterAKillAtAnyTimeTheRulesAreAsLogged) {
+    constexpr int KILLS = 150;
+    debug = 1;
+    std::mt19937 random(1);
+    for (int i = 0; i < KILLS; i++) {
+        unlink(bw_log::FILE_NAME.c_str());
+        int started[2];
+        ASSERT_EQ(pipe(started), 0);
+        const pid_t daemon = start_child([&] {
+            (void)!__real_write(started[1], "", 1);
+            for (;;) {
+                run_daemon(0, [] {});
+                g_bw_queue_started = 0;
+                hash_table_destroy(&bw_profile_hash_t);
+                close(bw_cache_fd);
+            }
+        });
+        char byte;
+        ASSERT_EQ(read(started[0], &byte, 1), 1);
+        close(started[0]);
+        close(started[1]);
+        usleep(random() % 4000);
+        kill(daemon, SIGKILL);
+        EXPECT_EQ(WTERMSIG(wait_for(daemon)), SIGKILL);
+        ASSERT_NO_FATAL_FAILURE(expect_restart_as_logged());
+        ASSERT_FALSE(HasFailure()) << "kill " << i;
+    }
+    std::printf("kill points: %d at random times\n", KILLS);
+}
+
+TEST(BwRestart, TheUnkilledProcessEndsWithTheRulesThatItShouldHave) {
+    ASSERT_EQ(wait_for(start_child([] { run_daemon(0, wait_for_worker); })), 0);
+    EXPECT_EQ(bw_log::reader(file_text(bw_log::FILE_NAME)).text(),
+              "profile 3 pri 1 up 666 down 1332 last 16 used 0 1 2 3 4 5\n"  // a refused limit stays in the rules
+              "  :0:0:0:0:0:1 pri 1 held class 2 up 101 down 202 on 97 116 104 48 0 0 0 0 0 0 0 0 0 0 0 0 0\n"
+              "  :0:0:0:0:0:2 pri 1 held class 3 up 102 down 204 on 97 116 104 48 0 0 0 0 0 0 0 0 0 0 0 0 0\n"
+              "  :0:0:0:0:0:3 pri 1 held class 4 up 103 down 206 on 97 116 104 48 0 0 0 0 0 0 0 0 0 0 0 0 0\n"
+              "  :0:0:0:0:0:4 pri 2 held class 5 up 104 down 208 on 97 116 104 48 0 0 0 0 0 0 0 0 0 0 0 0 0\n");
+}
+
+// --- threads
+
+namespace {
+
+/// A request that a station, its SSID or nobody might cause.
+void change_something(std::mt19937 &random) {
+    const auto below = [&](unsigned limit) { return random() % limit; };
+    const uint32_t profile = 1 + below(3);
+    const auto number = uint8_t(below(40));
+    const auto pri = uint8_t(below(3));
+    const auto up = int32_t(below(5)) * 100;
+    switch (below(12)) {
+    case 0:
+        set(bss(profile, VRE_BW_SET, pri, up));
+        break;
+    case 1:
+        clear(bss(profile, VRE_BW_CLR, pri, 0));
+        break;
+    case 2:
+    case 3:
+        set(left(profile, number));
+        break;
+    case 4: {
+        const queue_lock lock;
+        clear_bw_rules_for_sta(station(profile, number, VRE_BW_SET, 0, 0).mac, profile, "ath0");
+        break;
+    }
+    case 5:
+    case 6:
+        clear(station(profile, number, VRE_BW_CLR, pri, 0));
+        break;
+    case 7:
+    case 8:
+        set(applied(station(profile, number, VRE_BW_SET, pri, up)));
+        break;
+    default:
+        set(station(profile, number, VRE_BW_SET, pri, up));
+    }
+}
+
+size_t waiting() {
+    const queue_lock lock;
+    return size_t(dllist_num_entries(&bw_queue));
+}
+
+size_t count(const std::string &text, const std::string &of) {
+    size_t found = 0;
+    for (size_t at = text.find(of); at != std::string::npos; at = text.find(of, at + 1))
+        found++;
+    return found;
+}
+
+}  // namespace
+
+TEST(BwThreads, TenThousandMixedSetsAndClearsMeetTheWorkersRunsAndRewrites) {
+    g_logfile_fd = fopen("/tmp/lines", "w");
+    g_max_logfile_size = INT_MAX;
+    debug = 2;
+    ASSERT_EQ(bw_init(), 1);
+    shell.on_run = [](const std::string &command) {
+        return command.find(" up 400 ") != std::string::npos ? exited(1) : 0;
+    };
+    std::mt19937 random(1);
+    for (int i = 0; i < 10'000; i++) {
+        change_something(random);
+        while (waiting() > 50)  // so that the worker is at it from beginning to end
+            sched_yield();
+    }
+    wait_for_worker();
+    fflush(g_logfile_fd);
+    const std::string told = file_text("/tmp/lines");
+    EXPECT_GT(count(told, "10 remove rules. Reinitializing backup"), 50u);
+    EXPECT_GT(count(told, "Rule NOT Applied."), 100u);
+    close(bw_cache_fd);
+    hash_table_destroy(&bw_profile_hash_t);
+    debug = 1;
+    ASSERT_NO_FATAL_FAILURE(expect_restart_as_logged());
+}
