@@ -12,6 +12,7 @@ from __future__ import annotations
 
 import os
 import re
+import shutil
 import signal
 import subprocess
 from collections.abc import Callable, Iterable, Sequence
@@ -21,6 +22,7 @@ from sim import bus, fixed_paths, processes, reload
 from sim.background import DEFAULT_LIMIT, wait_until
 from sim.syslog_collector import SyslogCollector, SyslogLine
 
+ROOT_FILES = os.path.join(os.path.dirname(__file__), "rootfs")
 LOG = "/tmp/wl.log"
 CRASH_RECORD = "/opt/sensor/stacktrace_wl_evt_handler"
 SANITIZER_REPORTS = "/tmp/wl_sanitizer"
@@ -43,6 +45,16 @@ def parse_log(text: str) -> list[LogRecord]:
         LogRecord(start[1], int(start[2]), start[3], text[start.end() : end].removesuffix("\n"))
         for start, end in zip(starts, ends)
     ]
+
+
+def install_root_files() -> None:
+    """Puts the files of sim/rootfs where an access point has them; what is there already stays."""
+    for folder, _, names in os.walk(ROOT_FILES):
+        place = os.path.join("/", os.path.relpath(folder, ROOT_FILES))
+        os.makedirs(place, exist_ok=True)
+        for name in names:
+            if not os.path.exists(os.path.join(place, name)):
+                shutil.copy(os.path.join(folder, name), place)
 
 
 def _sanitizers_report_to_files() -> dict[str, str]:
@@ -73,6 +85,7 @@ class AccessPoint:
         self.peers: dict[str, bus.Peer] = {}
 
     def __enter__(self) -> AccessPoint:
+        install_root_files()
         self._syslog = SyslogCollector()
         for name in self._peers_at_start:
             self.add_peer(name)
