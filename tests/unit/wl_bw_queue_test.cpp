@@ -1,4 +1,5 @@
 // The queue of bandwidth commands, the worker that runs them, and the start and stop of both.
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -6,9 +7,11 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "bw_log.h"
+#include "child.h"
 #include "fault.h"
 #include "files.h"
 #include "log_capture.h"
@@ -762,3 +765,110 @@ TEST(BwDeinit, LeavesTheMutexToAWorkerThatHangs) {
     go_on = true;
     wait_for_worker();
 }
+
+// --- levels
+
+namespace {
+
+/// A line, the lowest level at which it is written, and what makes bandwidth control write it.
+struct levelled_line {
+    int level;
+    const char *line;
+    void (*action)();
+};
+
+/// One command, run by a script that ends as given, until the worker has ended.
+template <int RAW> void run_one() {
+    (void)bw_init();
+    shell.on_run = [](const std::string &) { return RAW; };
+    enqueue("x", 1);
+    (void)bw_queue_start();
+    wait_for_worker();
+}
+
+const levelled_line LEVELLED[] = {
+    {2, "bw_init: Could not init mutex Cannot allocate memory",
+     [] {
+         mutex_error = ENOMEM;
+         (void)bw_init();
+     }},
+    {3, "bw_init: Failed to create file /tmp/.wl.bw_cache",
+     [] {
+         std::filesystem::create_directory(bw_log::FILE_NAME);
+         (void)bw_init();
+     }},
+    {3, "bw_enqueue: Cannot allocate memory for bw_list_node",
+     [] {
+         fail_nth_call("calloc", 1);
+         enqueue("x", 1);
+     }},
+    {3, "bw_enqueue: Cannot allocate memory for bw rule",
+     [] {
+         fail_nth_call("strdup", 1);
+         enqueue("x", 1);
+     }},
+    {2, "bw_queue_start: Could not create bw thread Resource temporarily unavailable",
+     [] {
+         thread_error = EAGAIN;
+         (void)bw_queue_start();
+     }},
+    {7, "bw_queue_start: Bw queue process thread starting", run_one<0>},
+    {7, "bw_queue_process: No entries in bw queue to process going for sleep", run_one<0>},
+    {7, "bw_queue_process: Exiting thread", run_one<0>},
+    {7, "bw_queue_process: Rule Applied.", run_one<0>},
+    {7, "try_and_execute: Tries Left: 5. Executing - [x]", run_one<0>},
+    {7, "bw_write_txn: TXN written (45 bytes)", run_one<0>},
+    {3, "try_and_execute: BW: Could not execute BW Rules script", run_one<exited(127)>},
+    {3, "try_and_execute: BW: BW Rules script did not exit normally", run_one<9>},
+    {3, "try_and_execute: BW: BW rules script returned with error 7", run_one<exited(7)>},
+    {2, "bw_queue_process: Rule NOT Applied. Failed. try_and_execute returned [7]. Error is [Success]",
+     run_one<exited(7)>},
+    {7, "bw_queue_process: BW thread terminate enabled Exiting...",
+     [] {
+         bw_thread_terminate = 1;
+         run_one<0>();
+     }},
+    {2, "rewrite_all_txn: Could not open file",
+     [] {
+         (void)bw_init();
+         fail_nth_call("open", 1, EMFILE);
+         rewrite_all_txn();
+     }},
+    {7, "rewrite_all_txn: Flushing bw_cache",
+     [] {
+         (void)bw_init();
+         rewrite_all_txn();
+     }},
+    {2, "bw_write_txn: 10 remove rules. Reinitializing backup",
+     [] {
+         (void)bw_init();
+         fields clear = STATION;
+         clear.command = CLEAR;
+         const bw_rule_info request = request_of(clear);
+         for (int count = 0; count < 10; count++)
+             (void)bw_write_txn(&request);
+     }},
+};
+
+/// Whether a line is written at a debug level, found out in a process of its own.
+bool is_written(const levelled_line &wanted, int level) {
+    std::filesystem::remove_all(bw_log::FILE_NAME);
+    const int status = wait_for(start_child([&] {
+        log_capture log(level);
+        wanted.action();
+        const lines all = log.lines();
+        _exit(std::find(all.begin(), all.end(), wanted.line) != all.end() ? 42 : 0);
+    }));
+    return WIFEXITED(status) && WEXITSTATUS(status) == 42;
+}
+
+class BwLines : public testing::TestWithParam<levelled_line> {};
+
+TEST_P(BwLines, AreWrittenFromTheirLevelOn) {
+    EXPECT_TRUE(is_written(GetParam(), GetParam().level));
+    EXPECT_FALSE(is_written(GetParam(), GetParam().level - 1));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, BwLines, testing::ValuesIn(LEVELLED));
+
+}  // namespace

@@ -1,5 +1,6 @@
 /// What the sources of bandwidth control share: the rules and class ids (wl_bw_rules.cpp, wl_bw_classid.cpp), the
-/// command lines (wl_bw_command.cpp), and the queue, worker and cache that run and remember them (wl_bw_queue.cpp).
+/// command lines (wl_bw_command.cpp), the queue and the worker that runs them (wl_bw_queue.cpp), the cache that remembers
+/// them (wl_bw_cache.cpp) and the dumps (wl_bw_status.cpp).
 ///
 /// The main thread owns the rules and is the only one to change them. The worker walks them when it rewrites the cache,
 /// so every change is made with queue_mutex held; the mutex is recursive, because a change queues its command under it.
@@ -141,7 +142,7 @@ extern uint8_t bw_thread_terminate;  // 1 asks the worker to stop
 extern int bw_cache_fd;              // -1 when closed
 extern FILE *bw_cache_fp;
 extern int g_num_clear_rules;  // clears recorded since the start or the last rewrite
-extern int restoring_cache;    // 1 while the cache is replayed; main thread only
+extern int restoring_cache;    // 1 while the cache is replayed, which is before there is a worker
 
 /// Appends a command to the queue; when memory is short it is dropped with a line in the log. Takes queue_mutex.
 ///
