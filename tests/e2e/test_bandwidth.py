@@ -110,8 +110,11 @@ def test_limits_survive_a_killed_daemon(start):
     wait_until(lambda: os.path.exists("/tmp/.wl.bw_hash.dmp"), "the dump")
     with open("/tmp/.wl.bw_hash.dmp", encoding="ascii") as file:
         dump = file.read()
-    assert "(up = 1000, down = 2000)" in dump
-    assert "0A" in dump
+    assert dump == (
+        "Profile 7 [#1] (up = 1000, down = 2000):\n"
+        + "-" * 75
+        + "\n\t[#1] 02:00:00:00:00:0A\t(up = 100,down = 200)\t(classid = 0x2)\tAPPLIED\n"
+    )
     assert len(bandwidth.commands()) == 2, "nothing is run again"
 
 
