@@ -1,4 +1,4 @@
-/// Configuration helpers: numbers read from texts.
+/// Small helpers that every module may use, on any thread.
 #pragma once
 
 #include <cstdint>
@@ -6,3 +6,14 @@
 /// Reads a decimal number as far as it goes (leading blanks and a sign allowed, 0 when there is none) and saturates
 /// it to the 32-bit range, so that every machine reads the same value.
 int32_t to_number(const char *text);
+
+/// A time that only passes.
+struct os_reltime {
+    int32_t sec;
+    int32_t usec;
+};
+
+/// Reads the monotonic clock; once that has failed, the real-time clock for good.
+///
+/// @return 0; -1 when the real-time clock failed too
+[[nodiscard]] int os_get_reltime(os_reltime *now);

@@ -12,3 +12,7 @@ void free_role_derivation_rule(void *rule) {
     list_free_without_payload_freeing(&derivation->role_ids);
     std::free(derivation);
 }
+
+int send_role_ioctl(ssid_profile_info *, wl_client_info *, role_ioctl_action) {
+    return 0;
+}

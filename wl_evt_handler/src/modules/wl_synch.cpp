@@ -18,11 +18,17 @@ int unregister_ssid_with_synch_agent(ssid_profile_info *) {
     return 0;
 }
 
+void synch_disconn_update_ssid_profiles() {}
+
+void process_synch_packet(const uint8_t *, const app_header *) {}
+
+void handle_rf_neighbor_list_update() {}
+
 int send_cl_info_req_packet(ssid_profile_info *, uint8_t) {
     return 0;
 }
 
-void receive_synch_data() {}
+void send_cl_portal_login_packet(ssid_profile_info *, wl_client_info *) {}
 
 void set_comm_vlan_iface_name() {}
 

@@ -1,41 +1,80 @@
-/// Synchronisation of client data with the other access points through the synch agent. Main thread only.
+/// Synchronisation of client data with the other access points through the synch agent: registers the SSIDs, answers
+/// requests for clients, asks the neighbours for theirs, announces portal logins. Framing is common_synch's. Main thread
+/// only.
 #pragma once
 
 #include <cstdint>
 
+#include "common_synch.h"
 #include "wl_events.h"
 
 struct ssid_profile_info;
+struct wl_client_info;
+struct dot1x_pmk_cl_data;
+struct portal_cl_auth_info;
+struct vre_vg_evt_data;
 
 /// "VRE.inter_ap_synch".
 void handle_inter_ap_synch_params(vre_iw_cmd_t e, void *buf, int len);
 
-/// Sends the 2-byte parameters to the synch agent.
+/// Sends the parameters of the synchronisation to the agent.
+///
+/// @param parameters  the 2 bytes of a vre_inter_ap_param; may be null, which is logged
 int handle_inter_ap_params(const void *parameters);
 
-/// Registers the SSIDs with the synch agent: all on a new connection, else those it refused.
-int check_and_register_ssids(int new_connection);
-
-/// Registers the SSID of a profile with the synch agent.
+/// Registers SSIDs with the synch agent.
 ///
-/// @return 0 when the request was sent or need not be; else -1
+/// @param all  1: every profile (a new connection); 0: those that were refused
+/// @return 0
+int check_and_register_ssids(int all);
+
+/// Registers the SSID of a profile with the synch agent. Only the agent's answer makes it registered.
+///
+/// @return 0 when the request went out or need not; else -1
 int register_ssid_with_synch_agent(ssid_profile_info *profile);
 
 /// Withdraws the SSID of a profile from the synch agent.
 ///
-/// @return 0 when the request was sent; else -1
+/// @return 0 when the request went out; else -1
 int unregister_ssid_with_synch_agent(ssid_profile_info *profile);
+
+/// Marks every profile as not registered: the connection is gone.
+void synch_disconn_update_ssid_profiles();
+
+/// Acts on a packet of type 10, 33 or 34 for every profile whose SSID is the packet's application id.
+void process_synch_packet(const uint8_t *payload, const app_header *header);
+
+/// The neighbours have changed: asks them for the clients of every SSID.
+void handle_rf_neighbor_list_update();
 
 /// Asks the neighbours for the clients of an SSID.
 ///
 /// @param flag  1 after a registration or on request; 0 after a change of the neighbours
+/// @return 0 or -1
 int send_cl_info_req_packet(ssid_profile_info *profile, uint8_t flag);
 
-/// Reads from the synch agent's socket and acts on it.
-void receive_synch_data();
+/// Sends the active clients of a profile, in as many packets as it takes.
+void send_all_cl_info_for_ssid(ssid_profile_info *profile, const app_header *request);
+
+/// Announces the portal login of a client that has become active.
+void send_cl_portal_login_packet(ssid_profile_info *profile, wl_client_info *client);
 
 /// Finds the interface of the communication VLAN.
 void set_comm_vlan_iface_name();
 
+/// @param name  may be null
+/// @return 0 when the interface is up and running, else -1
+[[nodiscard]] int is_iface_up(const char *name);
+
 /// Sends a client's steering attempts to the neighbours.
-int send_client_steering_attempts_packet(const uint8_t *value, uint16_t code, uint8_t attempts);
+///
+/// @param mac   6 bytes; may be null, which is logged
+/// @param code  subinfo code of the steering event; not sent
+/// @return 0 or -1
+int send_client_steering_attempts_packet(const uint8_t *mac, uint16_t code, uint8_t attempts);
+
+/// Sends the gateway of a VLAN to the agent, unless the VLAN is behind NAT or a tunnel of this access point. Nothing of
+/// the daemon calls it.
+///
+/// @param gateway  may be null, which is logged
+int send_vlan_gateway_info_packet(const vre_vg_evt_data *gateway);
