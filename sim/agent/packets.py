@@ -40,6 +40,13 @@ NAMES = {
     (NEIGHBOURS_CHANGED, 0): "neighbours changed",
 }
 REQUEST_FLAG = 30
+_REGISTRATION_ITEMS = {10: "interface", 11: "number", 12: "application"}
+ITEM_NAMES = {
+    REGISTER: _REGISTRATION_ITEMS,
+    UNREGISTER: _REGISTRATION_ITEMS,
+    CLIENT_INFO: {REQUEST_FLAG: "flag"},
+    INTER_AP: {5: "client", 6: "attempts", 9: "flag", 10: "period"},
+}
 PMK_RECORD, PORTAL_RECORD = 1, 2
 
 
@@ -236,16 +243,18 @@ def decode_clients(payload: bytes) -> list[Pmk | Login]:
 
 
 def _content(packet: Packet) -> str:
-    kind = packet.type, packet.subtype
-    if kind == (CLIENT_INFO, 2):
+    if (packet.type, packet.subtype) == (CLIENT_INFO, 2):
         return "".join(f"\n{record}" for record in decode_clients(packet.payload))
-    if kind == (PORTAL_LOGIN, 1):
+    if (packet.type, packet.subtype) == (PORTAL_LOGIN, 1):
         return f"\n{decode_login(packet.payload)}"
-    return "".join(f", item {kind}: {_readable(value)}" for kind, value in items(packet.payload))
+    names = ITEM_NAMES.get(packet.type, {})
+    return "".join(f", {names.get(kind, f'item {kind}')} {_readable(value)}" for kind, value in items(packet.payload))
 
 
 def _readable(value: bytes) -> str:
-    return f'"{value.decode()}"' if len(value) > 1 and value.isascii() and value.decode().isprintable() else value.hex()
+    if len(value) == 1 or len(value) == 4:
+        return str(int.from_bytes(value, "big"))
+    return f'"{value.decode()}"' if value.isascii() and value.decode().isprintable() else value.hex(":")
 
 
 def describe(packet: Packet) -> str:
