@@ -61,6 +61,8 @@ class Agent:
     # The agent's life
 
     def start(self) -> None:
+        if self._listener is not None:
+            return
         self._listener = listen()
         self._woken, self._wake = os.pipe()
         self._thread = threading.Thread(target=self._run, daemon=True)

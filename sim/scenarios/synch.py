@@ -9,7 +9,7 @@ from sim import clients
 from sim.agent import neighbour, packets
 from sim.agent.agent import REFUSE, Agent
 from sim.events import CLIENT, coded, mac_bytes
-from sim.profiles import remove_profile, shared, write_profile
+from sim.profiles import shared, write_profile
 from sim.stage import LIMIT, Stage, show
 
 SSID = "Lobby"
@@ -21,12 +21,12 @@ def play(stage: Stage) -> None:
     agent = Agent()
     stage.agent = agent
     registration(stage, agent)
+    withdrawal(stage, agent)
     client(stage, agent)
     second_access_point(stage, agent)
     changed_neighbours(stage)
     other_news(stage, agent)
     restart(stage, agent)
-    withdrawal(stage, agent)
     stage.expect(not agent.malformed, "every packet was well-formed")
 
 
@@ -44,6 +44,14 @@ def registration(stage: Stage, agent: Agent) -> None:
     stage.ap.settle()
     stage.expect_soon(lambda: len(agent.of_type(packets.REGISTER)) == 2, "the refused registration was tried again")
     stage.expect_soon(lambda: agent.of_type(packets.CLIENT_INFO, 1), "accepted, the daemon asks for clients")
+
+
+def withdrawal(stage: Stage, agent: Agent) -> None:
+    stage.scene("The profile is deleted and its SSID withdrawn; added again, it is registered again")
+    update(stage, DELETE, "delete profile 7")
+    stage.expect_soon(lambda: agent.of_type(packets.UNREGISTER), "the agent knows")
+    update(stage, ADD, "add it again")
+    stage.expect_soon(lambda: len(agent.of_type(packets.CLIENT_INFO, 1)) == 2, "the daemon asks for clients again")
 
 
 def client(stage: Stage, agent: Agent) -> None:
@@ -93,10 +101,3 @@ def restart(stage: Stage, agent: Agent) -> None:
     for _ in range(2):  # the daemon notices in one turn and looks for its agent in the next
         stage.ap.settle(LIMIT)
     stage.expect_soon(lambda: len(agent.of_type(packets.REGISTER)) > before, "the SSID is registered again")
-
-
-def withdrawal(stage: Stage, agent: Agent) -> None:
-    stage.scene("The profile is deleted; its SSID is withdrawn")
-    update(stage, DELETE, "delete profile 7")
-    stage.expect_soon(lambda: agent.of_type(packets.UNREGISTER), "the agent knows")
-    remove_profile(PROFILE)

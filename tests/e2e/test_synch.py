@@ -3,13 +3,15 @@
 import os
 import struct
 import time
+from contextlib import closing
 
 import pytest
 
 from sim import clients, links
-from sim.agent import packets
+from sim.agent import neighbour, packets
 from sim.agent.agent import ACCEPT, IGNORE, REFUSE
 from sim.agent.packets import Packet
+from sim.background import wait_until
 from sim.events import coded, u16, u32
 from sim.profiles import remove_profile, shared, write_daemon_configuration, write_profile
 
@@ -486,6 +488,28 @@ def test_a_client_s_key_comes_before_its_login(start, agent):
     ap.settle()
     (answer,) = answers(ap, agent)
     assert [type(record).__name__ for record in packets.decode_clients(answer.payload)] == ["Pmk"]
+
+
+# Two access points
+
+
+def test_a_client_s_key_and_login_arrive_at_a_second_access_point(start, agent, daemon):
+    ap = start_registered(start, agent, AP_IS_PORTAL_CONFIGURED=1)
+    add_key(ap, ALICE)
+    add_login(ap)
+    let_in(ap, ALICE)
+    with closing(neighbour.next_to(agent, "Lobby", daemon)[0]) as other:
+
+        def arrived():
+            return [line for line in other.lines if line.startswith("from AP 1: clients")]
+
+        (line,) = wait_until(arrived, "the client")
+        assert f"PMK of {ALICE}: {clients.TEST_KEY[:4].hex()}... of 32 bytes, identity \"alice\", " in line
+        assert f"portal login of {ALICE} at 10.1.2.3: " in line
+        other.change_neighbours()
+        wait_until(lambda: len(arrived()) == 2, "the client once more")
+        let_in(ap, ALICE)
+        wait_until(lambda: any(line.startswith("from AP 1: portal login") for line in other.lines), "an announced login")
 
 
 # What else goes to the neighbours
