@@ -496,6 +496,15 @@ TEST_F(TrafficTest, AnAuthorisationWithoutAVapOrAPayloadDoesNothing) {
     EXPECT_EQ(noted_commands, lines());
 }
 
+TEST_F(TrafficTest, AnEventOfTheAccessPointItselfNamesNoClient) {
+    arm();
+    log_capture log;
+    const byte_string of_the_access_point = event_payload().text(NAME, "ath0").bytes();
+    deliver(vre_handle_traffic_authorized_event, VRE_USERSPACE_EVT, of_the_access_point);
+    deliver(vre_handle_traffic_leave_event, VRE_USERSPACE_EVT, of_the_access_point);
+    EXPECT_EQ(log.lines(), lines());
+}
+
 TEST_F(TrafficTest, WithoutItsProfileATestIsNotStarted) {
     arm();
     const uint32_t id = PROFILE;
@@ -546,6 +555,9 @@ TEST_F(TrafficTest, TheEndOfATestForgetsTheClientAndTheServer) {
     leave();
     tell(server_details());
     EXPECT_FALSE(is_armed());  // for the client that was
+    authorize("ath0", byte_string(6));
+    EXPECT_EQ(noted_commands, lines({"/opt/ap/cl_test_target.sh 192.168.1.20 02:5E:00:00:FA:01 0.0.0.0 "
+                                     "00:00:00:00:00:00 7 5001 > /tmp/target_ap_log &"}));
     log_capture log(2);
     tell_pid(4711);
     EXPECT_EQ(log.lines()[2], DETAILS + "PID data for wrong mac addr 02:ab:00:9c:de:0f");
