@@ -385,7 +385,7 @@ TEST_F(SynchClients, AClientThatFitsInNoPacketIsSkipped) {
     dot1x_pmk_cl_data *const pmk = add_key(client, std::string(5000, 'i'));
     add_key(add_client(profile, 2), "bob");
     pmk->identity_len = 4395 - 57 + 1;
-    EXPECT_EQ(answer().size(), 60U);
+    EXPECT_EQ(lines_at_level(6, [this] { EXPECT_EQ(answer().size(), 60U); }), lines{});
     pmk->identity_len--;
     ask();
     const packets answers = sent();

@@ -238,6 +238,7 @@ TEST_F(Synch, ARefusedProfileStaysRefusedWhileItsInterfaceIsDown) {
 }
 
 TEST_F(Synch, ANewConnectionTakesRefusedProfilesOffTheCount) {
+    add_profile(2);  // not refused
     profile->nack = 1;
     g_synch_nack_count = 2;
     EXPECT_EQ(check_and_register_ssids(1), 0);
