@@ -1,10 +1,8 @@
 // Profile events one after the other. The input is a sequence of a byte with the state before the event, a byte with the
 // event's length and the event.
 #include <algorithm>
-#include <fcntl.h>
 #include <memory>
 
-#include "common_synch.h"
 #include "profile_files.h"
 #include "wl_server.h"
 
@@ -48,10 +46,7 @@ void give_clients_a_role() {
 }
 
 void set_state(uint8_t state) {
-    if ((state & CONNECTED) == 0)
-        break_synch_connection();
-    else if (g_synch_sock < 0)
-        g_synch_sock = open("/dev/null", O_RDWR | O_CLOEXEC);  // no socket: what is sent fails
+    g_synch_sock = (state & CONNECTED) != 0 ? FD_SETSIZE - 1 : -1;  // no descriptor has this number
     interfaces_are_up = (state & INTERFACES_ARE_UP) != 0;
     g_synch_nack_count = 0;
     for_each_profile([state](ssid_profile_info *profile) {
