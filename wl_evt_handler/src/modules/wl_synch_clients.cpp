@@ -106,7 +106,7 @@ bool has_bandwidth(const ssid_profile_info *profile, const portal_cl_auth_info *
 }
 
 void start_packet(answer_t *answer) {
-    std::memset(&answer->payload, 0, sizeof answer->payload);
+    explicit_bzero(&answer->payload, sizeof answer->payload);  // keys may have been in it
     answer->end = answer->payload.data;
 }
 

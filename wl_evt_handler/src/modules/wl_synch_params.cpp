@@ -87,15 +87,24 @@ int communication_vlan(FILE *file) {
     return 0;
 }
 
-/// @return whether "/tmp/<kind><id>/<file>" can be opened
-bool can_be_opened(const char *kind, int id, const char *file) {
-    char path[PATH_SIZE];
-    std::snprintf(path, sizeof path, "/tmp/%s%d/%s", kind, id, file);
+bool can_be_opened(const char *path) {
     const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
     if (descriptor < 0)
         return false;
     close(descriptor);
     return true;
+}
+
+bool is_behind_nat(const vre_vg_evt_data *gateway) {
+    char path[PATH_SIZE];
+    std::snprintf(path, sizeof path, "/tmp/profile%d/nat.conf", static_cast<int>(gateway->profile_id));
+    return can_be_opened(path);
+}
+
+bool is_behind_tunnel(const vre_vg_evt_data *gateway) {
+    char path[PATH_SIZE];
+    std::snprintf(path, sizeof path, "/tmp/network%d/network.conf", static_cast<int>(gateway->tunnel_profile_id));
+    return can_be_opened(path);
 }
 
 }  // namespace
@@ -175,8 +184,7 @@ int send_vlan_gateway_info_packet(const vre_vg_evt_data *gateway) {
         WL_LOG(3, "%s: Return , vlan gateway parmas NULL", __func__);
         return -1;
     }
-    if (can_be_opened("profile", gateway->profile_id, "nat.conf") ||
-        can_be_opened("network", gateway->tunnel_profile_id, "network.conf"))
+    if (is_behind_nat(gateway) || is_behind_tunnel(gateway))
         return 0;
     const gateway_value value{*gateway, 0};
     WL_LOG(3, "Set packet path [%d] for profile ID [%d] for VRE_VLAN_GATEWAY_INFO_PACKET", GATEWAY_PATH,
