@@ -1,11 +1,11 @@
-"""What the authenticator and the captive portal tell the daemon about clients: keys, logins, arrivals and departures."""
+"""Clients of the access point: what the authenticator, the portal and the drivers tell the daemon about them."""
 
 from __future__ import annotations
 
 import struct
-import time
 
 from sim.events import (
+    CLIENT,
     INFO_CODE,
     SUBINFO_CODE,
     SUBINFO_VALUE,
@@ -20,75 +20,57 @@ from sim.events import (
     u32,
 )
 
-FULL_AUTHENTICATION, KEY_CACHING = 1, 2
-KEYS, LOGIN = 100, 101
-KEY_LIFETIME = 3600
-TEST_KEY = bytes(range(0xA0, 0xC0))
-_PMK = struct.Struct(">32sIIBiii46siI")
+KEY, LOGIN = 100, 101  # information codes of "VRE.cl_info"
+ADD_KEY, ADD_OKC_KEY, DELETE_KEY, DELETE_OKC_KEY = 1, 2, 3, 4
+ADD_LOGIN, DELETE_LOGIN = 1, 2
+EVERY_CLIENT = "ff:ff:ff:ff:ff:ff"
+CACHE, ROLES = 0, 1  # what a dump is asked for
+
+_KEY = struct.Struct(">32sIIBiii46siI")
 _LOGIN = struct.Struct(">16siiIii64s")
 
 
-def _about(mac: str, profile_id: int, code: int, subcode: int, value: bytes) -> bytes:
-    return (
-        header(mac, profile_id)
-        + item(INFO_CODE, u32(code))
-        + item(SUBINFO_CODE, u16(subcode))
-        + item(SUBINFO_VALUE, value)
-    )
+def client_info(code: int, sub_code: int, value: bytes | None = None, mac: str = CLIENT, profile_id: int = 1) -> bytes:
+    """The payload of "VRE.cl_info"."""
+    items = item(INFO_CODE, u32(code)) + item(SUBINFO_CODE, u16(sub_code))
+    return header(mac, profile_id) + items + (b"" if value is None else item(SUBINFO_VALUE, value))
 
 
-def key(
-    mac: str,
-    profile_id: int,
+def key_value(
+    key: bytes,
     identity: bytes = b"",
     *,
-    kind: int = FULL_AUTHENTICATION,
-    pmk: bytes = TEST_KEY,
-    expiration: int | None = None,
+    expiration: int = 3600,
     eap_type: int = 25,
-    interim_interval: int = 0,
+    interim: int = 60,
     limits: tuple[int, int] = (-1, -1),
-    vlan_id: int = -1,
+    vlan: int = -1,
+    length: int = 32,
 ) -> bytes:
-    """The payload of "VRE.cl_info" that brings a key. `expiration` is a time of the monotonic clock, an hour from now
-    unless given; limits are download and upload; -1 is none, also of VLANs."""
-    if expiration is None:
-        expiration = int(time.monotonic()) + KEY_LIFETIME
-    fixed = _PMK.pack(
-        pmk, len(pmk), expiration, eap_type, interim_interval, *limits, bytes(46), vlan_id, len(identity)
-    )
-    return _about(mac, profile_id, KEYS, kind, fixed + identity)
+    """A pairwise master key with what the authentication server said; it expires at a time of the monotonic clock.
+    Limits are download and upload; -1 is none, also of VLANs."""
+    return _KEY.pack(key, length, expiration, eap_type, interim, *limits, bytes(46), vlan, len(identity)) + identity
 
 
-def key_gone(mac: str, profile_id: int, kind: int = FULL_AUTHENTICATION) -> bytes:
-    return _about(mac, profile_id, KEYS, kind + 2, b"")
-
-
-def login(
-    mac: str,
-    profile_id: int,
-    ip: str,
+def login_value(
+    address: str,
+    user: str,
     *,
-    expire: int,
-    blackout_expire: int,
-    login_time: int = 0,
+    expire: int = 0,
+    blackout: int = 0,
+    login: int = 0,
     limits: tuple[int, int] = (-1, -1),
-    username: bytes = b"",
 ) -> bytes:
-    """The payload of "VRE.cl_info" that brings a portal login; times are of the wall clock."""
-    value = _LOGIN.pack(ip.encode(), expire, blackout_expire, login_time, *limits, username)
-    return _about(mac, profile_id, LOGIN, 1, value)
+    """A login at the captive portal; times are seconds of the wall clock, limits download and upload."""
+    return _LOGIN.pack(address.encode(), expire, blackout, login, *limits, user.encode())
 
 
-def login_gone(mac: str, profile_id: int) -> bytes:
-    return _about(mac, profile_id, LOGIN, 2, b"")
+def whereabouts(ssid: str, vap: str = "ath0", mac: str = CLIENT) -> bytes:
+    """The payload of an event that says where a client is, such as "VRE.node_authorize"."""
+    bssid = mac_bytes("02:00:00:00:01:00")
+    return header(mac) + text_item(VAP_SSID, ssid) + item(VAP_BSSID, bssid) + text_item(VAP_NAME, vap)
 
 
-def on_vap(mac: str, profile_id: int, ssid: str, vap: str = "ath0", bssid: str = "02:00:00:00:01:00") -> bytes:
-    """The payload of "VRE.node_authorize" and "VRE.node_leave"."""
-    return (
-        header(mac, profile_id)
-        + text_item(VAP_SSID, ssid)
-        + item(VAP_BSSID, mac_bytes(bssid))
-        + text_item(VAP_NAME, vap)
-    )
+def dump_request(path: str, mac: str = EVERY_CLIENT, what: int = CACHE) -> bytes:
+    """The payload of "VRE.wl_client_info_dump"."""
+    return struct.pack(">6s32sB", mac_bytes(mac), path.encode(), what)

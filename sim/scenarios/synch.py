@@ -5,9 +5,9 @@ from __future__ import annotations
 import struct
 import time
 
-from sim import clients
 from sim.agent import neighbour, packets
 from sim.agent.agent import REFUSE, Agent
+from sim.clients import ADD_KEY, ADD_LOGIN, KEY, LOGIN, client_info, key_value, login_value, whereabouts
 from sim.events import CLIENT, coded, mac_bytes
 from sim.profiles import shared, write_profile
 from sim.stage import LIMIT, Stage, show
@@ -15,6 +15,7 @@ from sim.stage import LIMIT, Stage, show
 SSID = "Lobby"
 PROFILE = 7
 ADD, DELETE = 1, 2
+TEST_KEY = bytes(range(0xA0, 0xC0))
 
 
 def play(stage: Stage) -> None:
@@ -56,12 +57,12 @@ def withdrawal(stage: Stage, agent: Agent) -> None:
 
 def client(stage: Stage, agent: Agent) -> None:
     stage.scene("A client with a key and a portal login is let in; the neighbours hear of the login")
-    key = clients.key(CLIENT, PROFILE, b"alice@example.com", vlan_id=100)
-    stage.send("VRE.cl_info", key, "the authenticator has a key of it")
+    key = key_value(TEST_KEY, b"alice@example.com", expiration=int(time.monotonic()) + 3600, vlan=100)
+    stage.send("VRE.cl_info", client_info(KEY, ADD_KEY, key, CLIENT, PROFILE), "the authenticator has a key of it")
     now = int(time.time())
-    login = clients.login(CLIENT, PROFILE, "10.1.2.3", expire=now + 1800, blackout_expire=now + 3600)
-    stage.send("VRE.cl_info", login, "it has logged in at the portal")
-    stage.send("VRE.node_authorize", clients.on_vap(CLIENT, PROFILE, SSID), "it is let in")
+    login = login_value("10.1.2.3", "alice", expire=now + 1800, blackout=now + 3600)
+    stage.send("VRE.cl_info", client_info(LOGIN, ADD_LOGIN, login, CLIENT, PROFILE), "it has logged in at the portal")
+    stage.send("VRE.node_authorize", whereabouts(SSID), "it is let in")
     stage.expect_soon(lambda: agent.of_type(packets.PORTAL_LOGIN), "the login is announced")
 
 
@@ -70,7 +71,7 @@ def second_access_point(stage: Stage, agent: Agent) -> None:
     stage.neighbour, missing = neighbour.next_to(agent, SSID, stage.daemon)
     if missing:
         show("AP 2", f"is a far end of the link alone, over a socket pair: {missing}")
-    stage.expect_soon(lambda: heard(stage, f"PMK of {CLIENT}: {clients.TEST_KEY[:4].hex()}"), "the key has arrived there")
+    stage.expect_soon(lambda: heard(stage, f"PMK of {CLIENT}: {TEST_KEY[:4].hex()}"), "the key has arrived there")
     stage.expect_soon(lambda: heard(stage, f"portal login of {CLIENT}"), "so has the login")
 
 

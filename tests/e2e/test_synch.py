@@ -7,17 +7,32 @@ from contextlib import closing
 
 import pytest
 
-from sim import clients, links
+from sim import links
 from sim.agent import neighbour, packets
 from sim.agent.agent import ACCEPT, IGNORE, REFUSE
 from sim.agent.packets import Packet
 from sim.background import wait_until
+from sim.clients import (
+    ADD_KEY,
+    ADD_LOGIN,
+    ADD_OKC_KEY,
+    DELETE_KEY,
+    DELETE_LOGIN,
+    KEY,
+    LOGIN,
+    client_info,
+    key_value,
+    login_value,
+    whereabouts,
+)
 from sim.events import coded, u16, u32
 from sim.profiles import remove_profile, shared, write_daemon_configuration, write_profile
 
 ALICE, BOB = "02:00:00:00:00:0a", "02:00:00:00:00:0b"
 ASKER = bytes.fromhex("020000000a02")
 EVERYBODY = bytes.fromhex("ffffffffffff")
+TEST_KEY = bytes(range(0xA0, 0xC0))
+KEY_LIFETIME = 3600
 LOBBY = 7
 ADD, DELETE, SEND_REQUEST = 1, 2, 3
 
@@ -44,13 +59,18 @@ def log_everything(ap):
 
 
 def let_in(ap, mac, ssid="Lobby"):
-    ap.send_event("VRE.node_authorize", clients.on_vap(mac, LOBBY, ssid))
+    ap.send_event("VRE.node_authorize", whereabouts(ssid, mac=mac))
     ap.settle()
 
 
-def add_key(ap, mac, identity=b"alice", **more):
-    ap.send_event("VRE.cl_info", clients.key(mac, LOBBY, identity, **more))
+def tell(ap, mac, code, sub_code, value=None):
+    ap.send_event("VRE.cl_info", client_info(code, sub_code, value, mac, LOBBY))
     ap.settle()
+
+
+def add_key(ap, mac, identity=b"alice", *, sub_code=ADD_KEY, key=TEST_KEY, **more):
+    expiration = int(time.monotonic()) + KEY_LIFETIME
+    tell(ap, mac, KEY, sub_code, key_value(key, identity, **{"expiration": expiration, "interim": 0, **more}))
 
 
 def update(ap, flags, profile_id=LOBBY):
@@ -271,9 +291,9 @@ def test_changed_neighbours_are_asked_for_the_clients_of_every_ssid(start, agent
 # Keys
 
 
-def pmk_record(lifetime, identity, *more, mac=ALICE, pmk=clients.TEST_KEY, eap_type=25):
+def pmk_record(lifetime, identity, *more, mac=ALICE, key=TEST_KEY, eap_type=25):
     items = (
-        b"\x0a\x06" + bytes.fromhex(mac.replace(":", "")) + b"\x01\x20" + pmk + b"\x02\x04" + u32(lifetime)
+        b"\x0a\x06" + bytes.fromhex(mac.replace(":", "")) + b"\x01\x20" + key + b"\x02\x04" + u32(lifetime)
         + bytes([3, len(identity)]) + identity + bytes([4, 1, eap_type]) + b"".join(more)
     )  # fmt: skip
     return b"\x00\x01" + u16(len(items)) + items
@@ -293,23 +313,23 @@ def test_an_active_client_s_key_is_the_answer_to_a_request(start, agent):
     agent.received.clear()
     agent.send(packets.request("Lobby", ASKER))
     (answer,) = agent.wait_for(packets.CLIENT_INFO)
-    assert clients.KEY_LIFETIME - 60 < lifetime(answer) <= clients.KEY_LIFETIME
+    assert KEY_LIFETIME - 60 < lifetime(answer) <= KEY_LIFETIME
     assert answer.encode() == wire(10, 2, 2, b"Lobby", pmk_record(lifetime(answer), b"alice"), ASKER)
 
 
 @pytest.mark.parametrize(
     "more, items",
     [
-        ({"vlan_id": 100}, [b"\x06\x04\x00\x00\x00\x64"]),
-        ({"vlan_id": 0}, [b"\x06\x04\x00\x00\x00\x00", b"\x08\x01\x00"]),
+        ({"vlan": 100}, [b"\x06\x04\x00\x00\x00\x64"]),
+        ({"vlan": 0}, [b"\x06\x04\x00\x00\x00\x00", b"\x08\x01\x00"]),
         ({"limits": (1000, -1)}, [b"\x07\x08\x00\x00\x03\xe8\xff\xff\xff\xff"]),
         ({"limits": (-1, 500)}, [b"\x07\x08\xff\xff\xff\xff\x00\x00\x01\xf4"]),
-        ({"interim_interval": 600}, [b"\x09\x04\x00\x00\x02\x58"]),
+        ({"interim": 600}, [b"\x09\x04\x00\x00\x02\x58"]),
         (
-            {"vlan_id": 0, "limits": (1, 2), "interim_interval": 3},
+            {"vlan": 0, "limits": (1, 2), "interim": 3},
             [b"\6\4\0\0\0\0", b"\7\x08\0\0\0\1\0\0\0\2", b"\x09\4\0\0\0\3", b"\x08\1\0"],
         ),
-        ({"eap_type": 255, "pmk": bytes(32)}, []),
+        ({"eap_type": 255, "key": bytes(32)}, []),
     ],
 )
 def test_what_came_with_the_key_is_sent_with_it(start, agent, more, items):
@@ -317,19 +337,18 @@ def test_what_came_with_the_key_is_sent_with_it(start, agent, more, items):
     add_key(ap, ALICE, b"x" * 255, **more)
     let_in(ap, ALICE)
     (answer,) = answers(ap, agent)
-    fixed = {name: more[name] for name in ("pmk", "eap_type") if name in more}
+    fixed = {name: more[name] for name in ("key", "eap_type") if name in more}
     assert answer.payload == pmk_record(lifetime(answer), b"x" * 255, *items, **fixed)
 
 
 def test_the_key_of_a_full_authentication_is_preferred(start, agent):
     ap = start_registered(start, agent)
-    add_key(ap, ALICE, b"cached", kind=clients.KEY_CACHING)
+    add_key(ap, ALICE, b"cached", sub_code=ADD_OKC_KEY)
     let_in(ap, ALICE)
     assert [packets.decode_clients(answer.payload)[0].identity for answer in answers(ap, agent)] == [b"cached"]
     add_key(ap, ALICE, b"full")
     assert [packets.decode_clients(answer.payload)[0].identity for answer in answers(ap, agent)] == [b"full"]
-    ap.send_event("VRE.cl_info", clients.key_gone(ALICE, LOBBY))
-    ap.settle()
+    tell(ap, ALICE, KEY, DELETE_KEY)
     assert [packets.decode_clients(answer.payload)[0].identity for answer in answers(ap, agent)] == [b"cached"]
 
 
@@ -347,10 +366,10 @@ def test_only_active_clients_are_sent(start, agent):
     assert answers(ap, agent) == []
     let_in(ap, ALICE)
     assert len(answers(ap, agent)) == 1
-    ap.send_event("VRE.node_leave", clients.on_vap(ALICE, LOBBY, "Lobby", vap="ath1"))
+    ap.send_event("VRE.node_leave", whereabouts("Lobby", "ath1", ALICE))
     ap.settle()
     assert len(answers(ap, agent)) == 1, "it has moved to another VAP"
-    ap.send_event("VRE.node_leave", clients.on_vap(ALICE, LOBBY, "Lobby"))
+    ap.send_event("VRE.node_leave", whereabouts("Lobby", mac=ALICE))
     ap.settle()
     assert answers(ap, agent) == []
     let_in(ap, ALICE)
@@ -403,11 +422,10 @@ def login_items(ip, left, blackout, *more, mac=ALICE):
     )  # fmt: skip
 
 
-def add_login(ap, *, left=1000, blackout=500, mac=ALICE, **more):
+def add_login(ap, *, left=1000, blackout=500, user="", **more):
     now = int(time.time())
-    payload = clients.login(mac, LOBBY, "10.1.2.3", expire=now + left, blackout_expire=now + left + blackout, **more)
-    ap.send_event("VRE.cl_info", payload)
-    ap.settle()
+    value = login_value("10.1.2.3", user, expire=now + left, blackout=now + left + blackout, **more)
+    tell(ap, ALICE, LOGIN, ADD_LOGIN, value)
 
 
 def login_left(payload):
@@ -421,7 +439,7 @@ def test_a_portal_login_is_announced_when_its_client_becomes_active(start, agent
     configure(shared(LOBBY, "Lobby", AP_IS_PORTAL_CONFIGURED=1, IAPC_ENABLE=path))
     ap = start()
     barrier(ap, agent)
-    add_login(ap, username=b"alice", login_time=5, limits=(1, 2))
+    add_login(ap, user="alice", login=5, limits=(1, 2))
     let_in(ap, ALICE)
     (announced,) = agent.wait_for(packets.PORTAL_LOGIN)
     left = login_left(announced.payload)
@@ -434,16 +452,16 @@ def test_a_portal_login_is_announced_when_its_client_becomes_active(start, agent
     [
         (
             {"PORTAL_RADIUS_ACCT_ENABLED": 1},
-            {"username": b"alice", "login_time": 0x01020304},
+            {"user": "alice", "login": 0x01020304},
             [b"\x0e\x05alice", b"\x0f\x04\1\2\3\4"],
         ),
-        ({"PORTAL_RADIUS_ACCT_ENABLED": 1}, {"username": b""}, []),
-        ({"PORTAL_RADIUS_ACCT_ENABLED": 1}, {"username": b"u" * 64}, [b"\x0e\x40" + b"u" * 64, b"\x0f\4\0\0\0\0"]),
+        ({"PORTAL_RADIUS_ACCT_ENABLED": 1}, {"user": ""}, []),
+        ({"PORTAL_RADIUS_ACCT_ENABLED": 1}, {"user": "u" * 64}, [b"\x0e\x40" + b"u" * 64, b"\x0f\4\0\0\0\0"]),
         ({"PER_USER_BANDWIDTH_ENABLED": 1}, {"limits": (1000, -1)}, [b"\x11\4\0\0\3\xe8", b"\x12\4\xff\xff\xff\xff"]),
         ({"PER_USER_BANDWIDTH_ENABLED": 1}, {"limits": (-1, -1)}, []),
         (
             {"PORTAL_RADIUS_ACCT_ENABLED": 1, "PER_USER_BANDWIDTH_ENABLED": 1},
-            {"username": b"a", "login_time": 9, "limits": (1, 2)},
+            {"user": "a", "login": 9, "limits": (1, 2)},
             [b"\x0e\1a", b"\x0f\4\0\0\0\x09", b"\x11\4\0\0\0\1", b"\x12\4\0\0\0\2"],
         ),
     ],
@@ -484,8 +502,7 @@ def test_a_client_s_key_comes_before_its_login(start, agent):
     let_in(ap, ALICE)
     (answer,) = answers(ap, agent)
     assert [type(record).__name__ for record in packets.decode_clients(answer.payload)] == ["Pmk", "Login"]
-    ap.send_event("VRE.cl_info", clients.login_gone(ALICE, LOBBY))
-    ap.settle()
+    tell(ap, ALICE, LOGIN, DELETE_LOGIN)
     (answer,) = answers(ap, agent)
     assert [type(record).__name__ for record in packets.decode_clients(answer.payload)] == ["Pmk"]
 
@@ -504,7 +521,7 @@ def test_a_client_s_key_and_login_arrive_at_a_second_access_point(start, agent, 
             return [line for line in other.lines if line.startswith("from AP 1: clients")]
 
         (line,) = wait_until(arrived, "the client")
-        assert f"PMK of {ALICE}: {clients.TEST_KEY[:4].hex()}... of 32 bytes, identity \"alice\", " in line
+        assert f"PMK of {ALICE}: {TEST_KEY[:4].hex()}... of 32 bytes, identity \"alice\", " in line
         assert f"portal login of {ALICE} at 10.1.2.3: " in line
         other.change_neighbours()
         wait_until(lambda: len(arrived()) == 2, "the client once more")

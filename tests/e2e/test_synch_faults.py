@@ -8,16 +8,17 @@ from contextlib import closing
 
 import pytest
 
-from sim import clients
 from sim.agent import packets
 from sim.agent.agent import Agent
 from sim.agent.connection import accept, listen
 from sim.agent.packets import Packet
 from sim.background import wait_until
+from sim.clients import ADD_KEY, KEY, client_info, key_value, whereabouts
 from sim.events import u16
 from sim.profiles import shared, write_daemon_configuration, write_profile
 
 LOBBY = 7
+TEST_KEY = bytes(range(0xA0, 0xC0))
 ALICE = "02:00:00:00:00:0a"
 ACCEPTED = Packet(packets.REGISTERED, appid=b"Lobby")
 BY_HAND = [packets.REGISTER, packets.CLIENT_INFO]
@@ -54,8 +55,8 @@ def accept_registration(listener, answer=ACCEPTED):
 def add_clients(ap, count=1):
     for number in range(count):
         mac = f"02:00:00:00:{number >> 8:02x}:{number & 255:02x}"
-        ap.send_event("VRE.cl_info", clients.key(mac, LOBBY, mac.encode()))
-        ap.send_event("VRE.node_authorize", clients.on_vap(mac, LOBBY, "Lobby"))
+        ap.send_event("VRE.cl_info", client_info(KEY, ADD_KEY, key_value(TEST_KEY, mac.encode(), interim=0), mac, LOBBY))
+        ap.send_event("VRE.node_authorize", whereabouts("Lobby", mac=mac))
     ap.settle()
 
 
@@ -96,7 +97,7 @@ def test_a_packet_that_comes_byte_by_byte_counts_once(lobby, listener):
     add_clients(ap)
     connection.send_byte_by_byte(packets.request("Lobby"))
     (record,) = packets.decode_clients(connection.receive().payload)
-    assert record.pmk == clients.TEST_KEY
+    assert record.pmk == TEST_KEY
     assert (len(received(ap, 33)), len(received(ap, 10))) == (1, 1)
     ends(listener, connection)
 
