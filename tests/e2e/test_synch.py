@@ -28,7 +28,7 @@ from sim.clients import (
 from sim.events import coded, u16, u32
 from sim.profiles import remove_profile, shared, write_daemon_configuration, write_profile
 
-ALICE, BOB = "02:00:00:00:00:0a", "02:00:00:00:00:0b"
+ALICE = "02:00:00:00:00:0a"
 ASKER = bytes.fromhex("020000000a02")
 EVERYBODY = bytes.fromhex("ffffffffffff")
 TEST_KEY = bytes(range(0xA0, 0xC0))
