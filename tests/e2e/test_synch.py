@@ -275,6 +275,20 @@ def test_a_request_on_demand_waits_for_the_registration(start, agent):
     assert len(agent.of_type(packets.CLIENT_INFO)) == 1
 
 
+def test_a_request_on_demand_waits_for_the_registration_with_a_new_agent(start, agent):
+    ap = start_registered(start, agent)
+    agent.answer_for["Lobby"] = IGNORE
+    agent.restart()
+    for _ in range(2):  # one turn to notice, one to connect
+        ap.settle()
+    agent.wait_for(packets.REGISTER)
+    update(ap, SEND_REQUEST)
+    barrier(ap, agent)
+    assert agent.of_type(packets.CLIENT_INFO) == []
+    agent.send(Packet(packets.REGISTERED, appid=b"Lobby"))
+    agent.wait_for(packets.CLIENT_INFO)
+
+
 def test_changed_neighbours_are_asked_for_the_clients_of_every_ssid(start, agent):
     agent.answer_for["Hall"] = IGNORE
     configure(shared(LOBBY, "Lobby"), shared(8, "Hall"), shared(9, "Yard", IAPC_ENABLE=1))

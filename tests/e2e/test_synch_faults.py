@@ -1,6 +1,8 @@
 """An agent that cuts its words, falls silent, talks without end, or goes away at any moment."""
 
+import os
 import random
+import signal
 import socket
 import struct
 import threading
@@ -129,6 +131,22 @@ def test_an_agent_that_leaves_off_anywhere_in_a_packet_is_registered_with_anew(l
     assert received(ap, 33) == []
     ends(listener, None)
     assert len(received(ap, 33)) == 1, "nothing is left of the pieces"
+
+
+def test_a_piece_is_forgotten_when_sending_finds_the_agent_gone(lobby, listener):
+    ap = lobby()
+    connection = accept_registration(listener)
+    assert connection.receive().type == packets.CLIENT_INFO
+    connection.send(ACCEPTED.encode()[:16])
+    wait_until(lambda: connection.unread() == 0, "the piece to be read")
+    pid = ap.pid
+    os.kill(pid, signal.SIGSTOP)
+    reset(connection)
+    ap.send_event("VRE.inter_ap_synch", bytes(2))  # which is served before the agent's connection
+    os.kill(pid, signal.SIGCONT)
+    ap.wait_for_log("error in sending packet to sunch agent. send() failed [")
+    ends(listener, None)
+    assert len(received(ap, 33)) == 2
 
 
 # An agent that is restarted
