@@ -2,14 +2,18 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
+#include "bw_fresh_start.h"
 #include "bw_log.h"
 #include "child.h"
 #include "fault.h"
@@ -23,6 +27,7 @@
 using bw_log::CLEAR;
 using bw_log::fields;
 using bw_log::record;
+using bw_log::request_of;
 using lines = std::vector<std::string>;
 
 // --- substitutes for what threads are made with
@@ -33,8 +38,17 @@ int thread_error;  // what pthread_create fails with; 0: it works
 std::atomic<int> threads_created;
 int last_detach_state = -1;
 int mutex_error;  // what pthread_mutex_init fails with
+int mutexes_destroyed;
 std::atomic<int> usleeps;
 bool patience_is_short;  // usleep() returns at once
+
+const bool substitutes_start_afresh = before_each_test([] {
+    thread_error = mutex_error = 0;
+    threads_created = usleeps = mutexes_destroyed = 0;
+    last_detach_state = -1;
+    patience_is_short = false;
+    shell.start_afresh();
+});
 
 }  // namespace
 
@@ -54,6 +68,12 @@ extern "C" int __wrap_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_m
     return mutex_error != 0 ? mutex_error : __real_pthread_mutex_init(mutex, attributes);
 }
 
+extern "C" int __real_pthread_mutex_destroy(pthread_mutex_t *);
+extern "C" int __wrap_pthread_mutex_destroy(pthread_mutex_t *mutex) {
+    mutexes_destroyed += mutex == &queue_mutex;
+    return __real_pthread_mutex_destroy(mutex);
+}
+
 extern "C" int __real_system(const char *command);
 
 extern "C" int __real_usleep(useconds_t);
@@ -71,12 +91,6 @@ const fields STATION = {.mac = {0, 0x11, 0x22, 0x33, 0x44, 0x55},
                         .profile = 3,
                         .classid = 2,
                         .interface = "ath0"};
-
-bw_rule_info request_of(const fields &of) {
-    bw_rule_info out;
-    std::memcpy(&out, record(of).data(), sizeof out);
-    return out;
-}
 
 void enqueue(const std::string &command, uint8_t action, const fields &of = STATION) {
     const bw_rule_info request = request_of(of);

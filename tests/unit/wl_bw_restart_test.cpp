@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "bw_log.h"
+#include "bw_fresh_start.h"
 #include "child.h"
 #include "debug_log.h"
 #include "files.h"
@@ -25,6 +26,8 @@
 namespace {
 
 std::atomic<int> points_left;  // the process ends at the point that makes it 0
+const bool shell_starts_afresh = before_each_test([] { shell.start_afresh(); });
+
 
 bool is_last_point() {
     return points_left != 0 && --points_left == 0;

@@ -41,6 +41,11 @@ namespace {
 
 class BandwidthRules : public BandwidthFixture {
 protected:
+    BandwidthRules() {
+        table_changes = 0;
+        changed_without_lock = false;
+    }
+
     ~BandwidthRules() override {
         clear_faults();
         deletion_fails = false;
