@@ -198,15 +198,6 @@ TEST_F(BwCacheFullDisk, TheNextRecordThatFitsIsReadable) {
     EXPECT_EQ(log_file(), record(station_set(1)) + record(station_set(3)));
 }
 
-TEST_F(BwCacheFullDisk, ARollbackAfterARecordThatDidNotFitTakesAWholeOne) {
-    append(station_set(1));
-    append(station_set(2));
-    set_room(90 + 20);
-    append(station_set(3));
-    bw_rollback_last_txn();
-    EXPECT_EQ(log_file(), record(station_set(1)));
-}
-
 TEST_F(BwCacheFullDisk, ARewriteThatDoesNotFitLeavesWholeRecords) {
     bw_log::restart_with(record(bss_set(3, 1, 10, 20)) + record(station_set(1)) + record(station_set(2)));
     set_room(45 + 44);

@@ -493,6 +493,49 @@ TEST_F(BwQueue, AFailedActionTwoLeavesTheLogAlone) {
     EXPECT_EQ(log_file(), record(STATION));
 }
 
+TEST_F(BwQueue, AFailedCommandWhoseRecordWasNotWrittenLeavesTheOneBefore) {
+    shell.on_run = [](const std::string &command) { return command == "bad" ? exited(1) : 0; };
+    for (const int error : {ENOSPC, EIO}) {
+        unlink(bw_log::FILE_NAME.c_str());
+        forget_all_limits();
+        ASSERT_EQ(bw_init(), 1);
+        fail_nth_call("write", 2, error);
+        enqueue("good", 1);
+        enqueue("bad", 1);
+        run_all();
+        EXPECT_EQ(faults_fired("write"), 1);
+        EXPECT_EQ(log_file(), record(STATION));
+    }
+}
+
+TEST_F(BwQueue, AFailedCommandWhoseRecordDidNotFitLeavesTheOneBefore) {
+    shell.on_run = [](const std::string &command) { return command == "bad" ? exited(1) : 0; };
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlim_t unlimited = std::exchange(limit.rlim_cur, 45 + 20);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    enqueue("good", 1);
+    enqueue("bad", 1);
+    run_all();
+    EXPECT_EQ(log_file(), record(STATION));
+    limit.rlim_cur = unlimited;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+}
+
+TEST_F(BwQueue, ACommandThatFailsAfterItsCacheWasClosedTakesNothingBack) {
+    shell.on_run = [](const std::string &) {
+        const queue_lock lock;
+        if (bw_cache_fd >= 0)
+            close(bw_cache_fd);
+        bw_cache_fd = -1;
+        return exited(1);
+    };
+    enqueue("bad", 1);
+    run_all();
+    EXPECT_EQ(log_file(), record(STATION));
+}
+
 TEST_F(BwQueue, ACommandThatWorksAtLastKeepsItsRecord) {
     int failures = 1;
     shell.on_run = [&](const std::string &) { return failures-- > 0 ? exited(1) : 0; };

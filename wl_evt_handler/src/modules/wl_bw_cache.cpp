@@ -104,12 +104,10 @@ int bw_write_txn(const bw_rule_info *record) {
 
 void bw_rollback_last_txn() {
     const queue_lock lock;
-    const off_t offset = lseek(bw_cache_fd, 0, SEEK_CUR);
-    if (offset < RECORD_SIZE)  // closed, or nothing was written since it was opened
-        return;
+    const off_t end = lseek(bw_cache_fd, 0, SEEK_CUR) - RECORD_SIZE;
     // The offset stays where it is. Opened by rewrite_all_txn, the file gets the next record there, behind a gap of zeros
-    // that the replay skips.
-    (void)!ftruncate(bw_cache_fd, offset - RECORD_SIZE);
+    // that the replay skips. A negative end, of a cache that was closed meanwhile, is refused.
+    (void)!ftruncate(bw_cache_fd, end);
 }
 
 void rewrite_all_txn() {

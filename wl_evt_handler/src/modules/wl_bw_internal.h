@@ -164,7 +164,7 @@ void free_bw_list_node(bw_list_node *node);
 /// @return bytes written; 0 during a replay, -1 when the write failed
 int bw_write_txn(const bw_rule_info *record);
 
-/// Takes the last record back out of the cache.
+/// Takes the record that was written last back out of the cache.
 void bw_rollback_last_txn();
 
 /// Rewrites the cache from the rules. The caller holds queue_mutex.
