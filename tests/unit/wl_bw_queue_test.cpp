@@ -144,13 +144,56 @@ TEST(BwInit, MakesTheCacheForItsOwnerOnly) {
 }
 
 TEST(BwInit, KeepsTheLogThatIsThereAndItsPermissions) {
-    write_file(bw_log::FILE_NAME, record(STATION) + "partial");
+    const std::string partial = "partial";
+    write_file(bw_log::FILE_NAME, record(STATION) + partial);
     chmod(bw_log::FILE_NAME.c_str(), 0640);
     EXPECT_EQ(bw_init(), 1);
-    EXPECT_EQ(log_file(), record(STATION) + "partial");
+    EXPECT_EQ(log_file(), record(STATION) + partial + std::string(45 - partial.size(), '\0'));
     struct stat found {};
     stat(bw_log::FILE_NAME.c_str(), &found);
     EXPECT_EQ(found.st_mode & 07777, 0640u);
+}
+
+TEST(BwInit, FillsAPartOfARecordUpWithZerosWhateverItsLength) {
+    const std::string second = record(STATION);
+    for (size_t length = 0; length <= 45; length++) {
+        const std::string log = record(STATION) + second.substr(0, length);
+        forget_all_limits();
+        write_file(bw_log::FILE_NAME, log);
+        ASSERT_EQ(bw_init(), 1);
+        EXPECT_EQ(log_file(), log + std::string(length == 0 ? 0 : 45 - length, '\0')) << length;
+    }
+}
+
+TEST(BwInit, APartOfARecordThatCannotBeFilledUpHarmsNothing) {
+    const std::string partial = record(STATION).substr(0, 40);
+    write_file(bw_log::FILE_NAME, partial);
+    fail_nth_call("ftruncate", 1, EFBIG);
+    log_capture log(3);
+    EXPECT_EQ(bw_init(), 1);
+    EXPECT_EQ(faults_fired("ftruncate"), 1);
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(log_file(), partial);
+    EXPECT_EQ(bw_log::rules_in_words(), bw_log::reader(partial).text());
+}
+
+TEST(BwInit, AppendsBehindAPartOfARecordInStep) {
+    const fields next = {.mac = {2, 0, 0, 0, 0, 1}, .pri = 1, .up = 7, .profile = 3, .classid = 3, .interface = "ath0"};
+    const std::string part = record(STATION).substr(0, 29);
+    write_file(bw_log::FILE_NAME, part);
+    ASSERT_EQ(bw_init(), 1);
+    enqueue("x", 1, next);
+    run_all();
+    const std::string expected = part + std::string(16, '\0') + record(next);
+    EXPECT_EQ(log_file(), expected);
+    forget_all_limits();
+    ASSERT_EQ(bw_init(), 1);
+    EXPECT_EQ(bw_log::rules_in_words(),
+              "profile 3 pri 0 up 0 down 0 last 3 used 0 1 2 3\n"
+              "  :0:17:34:51:68:85 pri 1 held class 2 up 100 down 200 on 97 116 0 0 0 0 0 0 0 "
+              "0 0 0 0 0 0 0 0\n"
+              "  :2:0:0:0:0:1 pri 1 held class 3 up 7 down 0 on 97 116 104 48 0 0 0 0 0 0 0 0 "
+              "0 0 0 0 0\n");
 }
 
 TEST(BwInit, AppendsToTheLogThatIsThere) {
@@ -209,6 +252,18 @@ TEST(BwInit, ACacheThatCannotBeOpenedIsTold) {
     log_capture log;
     EXPECT_EQ(bw_init(), -1);
     EXPECT_EQ(log.lines(), (lines{"bw_init: Failed to create file /tmp/.wl.bw_cache"}));
+}
+
+TEST(BwInit, ACacheThatMayNotBeWrittenIsToldAndItsDescriptorReturned) {
+    for (const int error : {EACCES, EROFS}) {
+        forget_all_limits();
+        fail_every_call("open", error);
+        log_capture log;
+        EXPECT_EQ(bw_init(), -1);
+        EXPECT_EQ(faults_fired("open"), 3);  // the replay's, the first one and the one that may create
+        EXPECT_EQ(log.lines(), (lines{"bw_init: Failed to create file /tmp/.wl.bw_cache"}));
+        EXPECT_EQ(bw_cache_fd, -1);
+    }
 }
 
 TEST(BwInit, WithoutACacheTheRulesAndCommandsStillWork) {

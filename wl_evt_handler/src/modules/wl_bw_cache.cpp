@@ -5,6 +5,7 @@
 // lacks it after a rewrite, so bw_cache_fp stays closed and there is nothing to flush.
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "debug_log.h"
@@ -137,4 +138,10 @@ void restore_bw_cache() {
         close(fd);
     }
     restoring_cache = 0;
+}
+
+void complete_last_record() {
+    struct stat cache {};
+    if (fstat(bw_cache_fd, &cache) == 0 && cache.st_size % RECORD_SIZE != 0)
+        (void)!ftruncate(bw_cache_fd, cache.st_size + RECORD_SIZE - cache.st_size % RECORD_SIZE);
 }

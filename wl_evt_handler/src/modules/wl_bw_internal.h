@@ -173,6 +173,10 @@ void rewrite_all_txn();
 /// Rebuilds the rules from the cache, running and recording nothing.
 void restore_bw_cache();
 
+/// Gives the part of a record that a kill within a write has left the zeros that the replay took for the rest, so that what
+/// is appended to the open cache is read in step. Takes nothing away.
+void complete_last_record();
+
 /// Runs a command line through the shell, up to five times, a second after each.
 ///
 /// @return 0, the script's last exit status, or -1

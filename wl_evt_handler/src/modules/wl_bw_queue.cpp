@@ -180,6 +180,7 @@ int bw_init() {
         WL_LOG(3, "Failed to create file %s", BW_CACHE_FILE);
         return bw_cache_fd;
     }
+    complete_last_record();
     return 1;
 }
 
