@@ -385,6 +385,18 @@ TEST_F(BwQueue, AThreadThatCannotBeMadeIsToldAndTriedAgainNextTime) {
     EXPECT_EQ(shell.runs(), (lines{"x"}));
 }
 
+TEST_F(BwQueue, ACommandWhoseWorkerCannotBeMadeIsQueuedAllTheSame) {
+    const bw_rule rule{};
+    thread_error = EAGAIN;
+    EXPECT_EQ(tc_action(VRE_BW_SET, &rule, 3, 1, nullptr, BW_RUN), -1);
+    EXPECT_EQ(dllist_num_entries(&bw_queue), 1);
+    thread_error = 0;
+    EXPECT_EQ(tc_action(VRE_BW_SET, &rule, 4, 1, nullptr, BW_RUN), 0);
+    wait_for_worker();
+    EXPECT_EQ(shell.runs(), (lines{"/sbin/tc_wrapper.sh limit profile 3 bss up 0 down 0 priority 0",
+                                   "/sbin/tc_wrapper.sh limit profile 4 bss up 0 down 0 priority 0"}));
+}
+
 TEST_F(BwQueue, TheWorkerEndsAfterAnIdlePauseOfFiveSeconds) {
     enqueue("x", 2);
     log_capture log;
@@ -830,9 +842,40 @@ TEST_F(BwQueue, ATerminatedWorkerDropsWhatIsQueued) {
     EXPECT_EQ(log.lines().back(), "bw_queue_process: BW thread terminate enabled Exiting...");
 }
 
+TEST_F(BwQueue, AWorkerThatIsTerminatedInItsIdlePauseEndsAsOneWithoutWork) {
+    shell.on_sleep = [](unsigned seconds) {
+        const queue_lock lock;
+        bw_thread_terminate = seconds == 5;
+    };
+    enqueue("x", 2);
+    log_capture log;
+    run_all();
+    EXPECT_EQ(bw_thread_terminate, 1);
+    EXPECT_EQ(shell.seen(), (lines{"run x", "sleep 1", "sleep 5"}));
+    EXPECT_EQ(log.lines().back(), "bw_queue_process: Exiting thread");
+}
+
+TEST_F(BwQueue, AWorkerThatIsTerminatedInItsIdlePauseStillRunsTheFirstNewCommand) {
+    shell.on_sleep = [](unsigned seconds) {
+        if (seconds != 5)
+            return;
+        for (const char *const command : {"second", "third", "fourth"})
+            enqueue(command, 2);
+        const queue_lock lock;
+        bw_thread_terminate = 1;
+    };
+    enqueue("first", 2);
+    log_capture log;
+    run_all();
+    EXPECT_EQ(shell.seen(), (lines{"run first", "sleep 1", "sleep 5", "run second", "sleep 1"}));
+    EXPECT_EQ(dllist_num_entries(&bw_queue), 0);
+    EXPECT_EQ(log.lines().back(), "bw_queue_process: BW thread terminate enabled Exiting...");
+}
+
 TEST(BwDeinit, WithoutAWorkerReturnsAtOnce) {
     ASSERT_EQ(bw_init(), 1);
     bw_deinit();
+    EXPECT_EQ(mutexes_destroyed, 1);
     EXPECT_EQ(bw_thread_terminate, 1);
     EXPECT_EQ(usleeps, 0);
 }
@@ -852,6 +895,7 @@ TEST(BwDeinit, WaitsForTheWorker) {
     while (!runs)
         sched_yield();
     bw_deinit();
+    EXPECT_EQ(mutexes_destroyed, 1);
     EXPECT_GE(usleeps, 3);
     EXPECT_EQ(g_bw_queue_started, 0);
     EXPECT_EQ(shell.runs(), (lines{"0"}));
@@ -873,6 +917,7 @@ TEST(BwDeinit, LeavesTheMutexToAWorkerThatHangs) {
         sched_yield();
     patience_is_short = true;
     bw_deinit();
+    EXPECT_EQ(mutexes_destroyed, 0);
     EXPECT_TRUE(worker_runs());
     go_on = true;
     wait_for_worker();
