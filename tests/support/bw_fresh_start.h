@@ -1,5 +1,5 @@
-/// Lets the tests of bandwidth control also run one after the other in one process: each finds what a process finds that
-/// has just started in an empty sandbox.
+/// Lets the tests of bandwidth control also run one after the other in one process: each finds what a process finds
+/// that has just started in an empty sandbox.
 #pragma once
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// Bandwidth control whose process is killed at any point, and whose threads meet: what the log then says is what a daemon
-// that starts has.
+// Bandwidth control whose process is killed at any point, and whose threads meet: what the log then says is what a
+// daemon that starts has.
 #include <algorithm>
 #include <atomic>
 #include <climits>

@@ -106,8 +106,8 @@ int bw_write_txn(const bw_rule_info *record) {
 void bw_rollback_last_txn() {
     const queue_lock lock;
     const off_t end = lseek(bw_cache_fd, 0, SEEK_CUR) - RECORD_SIZE;
-    // The offset stays where it is. Opened by rewrite_all_txn, the file gets the next record there, behind a gap of zeros
-    // that the replay skips. A negative end, of a cache that was closed meanwhile, is refused.
+    // The offset stays where it is. Opened by rewrite_all_txn, the file gets the next record there, behind a gap of
+    // zeros that the replay skips. A negative end, of a cache that was closed meanwhile, is refused.
     (void)!ftruncate(bw_cache_fd, end);
 }
 
