@@ -45,7 +45,7 @@ void give_clients_a_role() {
 }
 
 void set_state(uint8_t state) {
-    g_synch_sock = (state & CONNECTED) != 0 ? INT_MAX : -1;  // no descriptor has this number
+    g_synch_sock = (state & CONNECTED) != 0 ? FD_SETSIZE - 1 : -1;  // no descriptor has this number
     g_synch_nack_count = 0;
     for_each_profile([state](ssid_profile_info *profile) {
         profile->synch_registered = (state & CONNECTED) != 0;
