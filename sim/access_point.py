@@ -23,6 +23,7 @@ from sim.background import DEFAULT_LIMIT, wait_until
 from sim.syslog_collector import SyslogCollector, SyslogLine
 
 ROOT_FILES = os.path.join(os.path.dirname(__file__), "rootfs")
+PROGRAMS = "/opt/ap/bin"  # of sim/rootfs, which the daemon shall find before the machine's own
 LOG = "/tmp/wl.log"
 CRASH_RECORD = "/opt/sensor/stacktrace_wl_evt_handler"
 SANITIZER_REPORTS = "/tmp/wl_sanitizer"
@@ -119,7 +120,8 @@ class AccessPoint:
 
     def start(self, *, until: Callable[[], object] | None = None, limit: float = DEFAULT_LIMIT) -> None:
         """Starts the daemon and waits until it has detached and serves its queue, or until the condition holds."""
-        environment = {**os.environ, **_sanitizers_report_to_files()}
+        path = f"{PROGRAMS}:{os.environ.get('PATH', os.defpath)}"
+        environment = {**os.environ, "PATH": path, **_sanitizers_report_to_files()}
         launched = subprocess.run(
             self.command, env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=limit, check=False
         )

@@ -73,5 +73,6 @@ def cleared(stage: Stage) -> None:
     stage.send("VRE.bw.clr", clear(SSID, PROFILE, bss=True), "the SSID's")
     expect_command(stage, 3, f"clear profile {PROFILE} bss")
     if bandwidth.in_kernel():
-        wait_until(lambda: "htb" not in (bandwidth.classes("bwdown") or ""), "no class in the kernel", LIMIT)
+        for interface in bandwidth.PAIR:  # the script deals with one after the other
+            wait_until(lambda: "htb" not in (bandwidth.classes(interface) or ""), "no class in the kernel", LIMIT)
         stage.expect(True, "the kernel's traffic control has no class left")
