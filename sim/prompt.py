@@ -11,6 +11,7 @@ import time
 
 from sim import bandwidth, bus, reload
 from sim.access_point import CRASH_RECORD, LOG
+from sim.agent.agent import ACCEPT, IGNORE, REFUSE
 from sim.events import BW_APPLY_RULE, INDICES, NAMES, coded, describe, item, typical, u16, vlan_information
 from sim.stage import Stage, show
 
@@ -25,6 +26,7 @@ HELP = """\
   tc                  the script's runs so far, the kernel's classes and filters; a run may take five seconds to come
   flood N             send N authorisations of a client
   reload TEXT         send a reload command as it is, trailing blank too: "reload APPL_SANITY_TEST "
+  agent WORD [SSID]   the synch agent: ask, accept, refuse or ignore SSID; changed (neighbours); stop, start, restart
   log [N]             the last N lines of the debug log (20)
   bus                 the queues, and what the daemon has published
   syslog              the system log
@@ -155,6 +157,24 @@ class Prompt(cmd.Cmd):
         if command == "reload":
             arg = line.rstrip("\n").lstrip().partition(" ")[2]
         return command, arg, stripped
+
+    def do_agent(self, arg: str) -> None:
+        word, _, ssid = arg.partition(" ")
+        agent = self.stage.agent
+        if agent is None:
+            print("  no agent: a scenario has failed before it could start one")
+        elif word in (ACCEPT, REFUSE, IGNORE) and ssid:
+            agent.answer_for[ssid] = word
+        elif word == "ask" and ssid:
+            agent.ask_for_clients(ssid)
+        elif word == "changed":
+            agent.report_neighbours_changed()
+        elif word in ("start", "stop", "restart"):
+            getattr(agent, word)()
+        else:
+            raise ValueError
+        for _ in range(2):  # one turn of the daemon to notice, one to act
+            self.stage.ap.settle()
 
     def do_log(self, arg: str) -> None:
         for record in self.stage.ap.log()[-int(arg or 20) :]:

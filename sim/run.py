@@ -32,16 +32,16 @@ def main() -> int:
     wireless = Wireless(*VAPS)
     command = preloaded(arguments.command, [arguments.driver])
     with closing(wireless), interface_pair(), AccessPoint(command) as access_point:
-        stage = Stage(access_point, wireless)
-        try:
-            for play in SCENARIOS:
-                play(stage)
-        except (TimeoutError, OSError) as failure:
-            stage.show_news()
-            stage.expect(False, str(failure))
-        print(f"\nSummary: {stage.summary()} ({time.monotonic() - began:.1f} s).", flush=True)
-        if arguments.stay:
-            stay(stage)
+        with closing(Stage(access_point, wireless, arguments.command)) as stage:
+            try:
+                for play in SCENARIOS:
+                    play(stage)
+            except (TimeoutError, OSError) as failure:
+                stage.show_news()
+                stage.expect(False, str(failure))
+            print(f"\nSummary: {stage.summary()} ({time.monotonic() - began:.1f} s).", flush=True)
+            if arguments.stay:
+                stay(stage)
     return 1 if stage.failed else 0
 
 
