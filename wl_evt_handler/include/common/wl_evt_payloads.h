@@ -22,6 +22,24 @@ struct [[gnu::packed]] vre_vlan_detected_info {
 };
 static_assert(sizeof(vre_vlan_detected_info) == 518);
 
+/// Event 93: who takes part in a traffic test.
+struct [[gnu::packed]] vre_traffic_test_evt_data {
+    uint8_t subinfo_code;  // 1: the client, 2: the server, whose event arms the test
+    be_u16 profile_id;
+    char interface_name[16];  // the VAP on which the client is expected; may lack its NUL
+    uint8_t vre_mac_addr[6];
+    be_u32 vre_ip_addr;
+    be_u16 vre_port;
+};
+static_assert(sizeof(vre_traffic_test_evt_data) == 31);
+
+/// Event 94: the script of a traffic test has started.
+struct [[gnu::packed]] vre_traffic_test_pid {
+    uint8_t client_mac_addr[6];
+    be_i32 pid;
+};
+static_assert(sizeof(vre_traffic_test_pid) == 10);
+
 /// Event 96: an SSID profile was added or deleted.
 struct [[gnu::packed]] vre_profile_update_evt_info {
     be_u32 profile_id;
