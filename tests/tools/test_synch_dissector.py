@@ -144,7 +144,8 @@ def test_inter_ap_parameters():
 
 
 def test_the_vlan_gateway_has_27_bytes():
-    gateway = struct.pack(">HH4s6sB4s4sHBB", 7, 12, b"\x0a\0\0\x01", CLIENT, 3, b"\xff" * 3 + b"\0", b"\x0a\0\0\x02", 9, 1, 0)
+    address, mask, server = bytes([10, 0, 0, 1]), bytes([255, 255, 255, 0]), bytes([10, 0, 0, 2])
+    gateway = struct.pack(">HH4s6sB4s4sHBB", 7, 12, address, CLIENT, 3, mask, server, 9, 1, 0)
     names = (
         "profile_id", "vlan_id", "ip", "mac", "protocol", "subnet_mask", "dhcp_server", "tunnel_profile_id",
         "is_nat_profile", "unused",
