@@ -2,9 +2,9 @@
 --
 --     tshark -X lua_script:tools/synch_agent.lua -i lo -f "tcp port 12345" -V
 --
--- A packet is a header of 14 bytes, the application id (the SSID) and a payload of items (type, length, value); integers
--- are big-endian. What an item means depends on the packet it is in. Whatever is not as it should be is an expert
--- information; keys are shown as they are, so a capture is as secret as the keys in it.
+-- A packet is a header of 14 bytes, the application id (the SSID) and a payload of items (type, length, value);
+-- integers are big-endian. What an item means depends on the packet it is in. Whatever is not as it should be is an
+-- expert information; keys are shown as they are, so a capture is as secret as the keys in it.
 --
 -- Written for the Lua interface of Wireshark 4.0 and later.
 
