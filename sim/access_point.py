@@ -4,8 +4,8 @@
         ap.send_event("VRE.bw.events", coded(0, u16(7)))
         ap.wait_for_log("Setting debug level to WL_DBG_DEBUG")
 
-Whatever is waited for is waited for until it is there, with a limit. What the daemon leaves behind is removed at the end
-of the `with` block; files that it shall find are written before.
+Whatever is waited for is waited for until it is there, with a limit. What the daemon leaves behind is removed at the
+end of the `with` block; files that it shall find are written before.
 """
 
 from __future__ import annotations
@@ -119,7 +119,7 @@ class AccessPoint:
     # The daemon's process
 
     def start(self, *, until: Callable[[], object] | None = None, limit: float = DEFAULT_LIMIT) -> None:
-        """Starts the daemon and waits until it has detached and serves its queue, or until the given condition holds."""
+        """Starts the daemon and waits until it has detached and serves its queue, or until the condition holds."""
         path = f"{PROGRAMS}:{os.environ.get('PATH', os.defpath)}"
         environment = {**os.environ, "PATH": path, **_sanitizers_report_to_files()}
         launched = subprocess.run(
@@ -195,8 +195,8 @@ class AccessPoint:
     def settle(self, limit: float = DEFAULT_LIMIT) -> None:
         """Waits until the daemon has dealt with every event sent so far. ProcessLookupError when it has ended.
 
-        The main loop serves the bus before the reload socket, so with an empty queue an answer there means that the last
-        event is done.
+        The main loop serves the bus before the reload socket, so with an empty queue an answer there means that the
+        last event is done.
         """
 
         def while_alive(result: object) -> object:

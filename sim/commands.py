@@ -2,8 +2,9 @@
 
 from __future__ import annotations
 
-import os
 from typing import NamedTuple
+
+from sim import processes
 
 IWPRIV = "/opt/ap/bin/iwpriv"
 IWPRIV_RECORD = "/tmp/sim/iwpriv.record"
@@ -34,7 +35,7 @@ class Target(NamedTuple):
 
     @property
     def runs(self) -> bool:
-        return os.path.exists(f"/proc/{self.pid}")
+        return bool(processes.command_line(self.pid))
 
 
 def targets() -> list[Target]:

@@ -11,6 +11,7 @@ import time
 from contextlib import closing
 
 from sim.access_point import AccessPoint
+from sim.bandwidth import interface_pair
 from sim.preload import preloaded
 from sim.prompt import stay
 from sim.scenarios import SCENARIOS
@@ -29,7 +30,8 @@ def main() -> int:
 
     began = time.monotonic()
     wireless = Wireless(*VAPS)
-    with closing(wireless), AccessPoint(preloaded(arguments.command, [arguments.driver])) as access_point:
+    command = preloaded(arguments.command, [arguments.driver])
+    with closing(wireless), interface_pair(), AccessPoint(command) as access_point:
         with closing(Stage(access_point, wireless, arguments.command)) as stage:
             try:
                 for play in SCENARIOS:

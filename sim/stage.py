@@ -1,4 +1,4 @@
-"""What a scenario plays on: it acts on the access point, shows what the daemon does, and counts what came as expected."""
+"""What a scenario plays on: it acts on the access point, shows what the daemon does and counts what is as expected."""
 
 from __future__ import annotations
 

@@ -1,5 +1,5 @@
-// Profile events one after the other. The input is a sequence of a byte with the state before the event, a byte with the
-// event's length and the event.
+// Profile events one after the other. The input is a sequence of a byte with the state before the event, a byte with
+// the event's length and the event.
 #include <algorithm>
 #include <memory>
 

@@ -1,6 +1,7 @@
 // The dumps of the client cache, whole, to files and to standard output.
 #include <cerrno>
 #include <fcntl.h>
+#include <filesystem>
 #include <unistd.h>
 
 #include "child.h"
@@ -398,8 +399,11 @@ TEST_F(Dump, WithoutAFileIsTold) {
 }
 
 TEST_F(Dump, LeavesNoDescriptorOpen) {
-    const int before = dup(STDOUT_FILENO);
-    close(before);
+    const auto open_descriptors = [] {
+        const std::filesystem::directory_iterator all("/proc/self/fd");
+        return std::distance(begin(all), end(all));
+    };
+    const auto before = open_descriptors();
     output_of([] {
         handle_client_info_dump_req(request().data());
         handle_client_info_dump_req(request(EVERYONE, CACHE, "").data());
@@ -407,9 +411,7 @@ TEST_F(Dump, LeavesNoDescriptorOpen) {
         EXPECT_EQ(handle_client_info_dump_req(request(EVERYONE, CACHE, "").data()), -1);
         fdopen_fails = false;
     });
-    const int after = dup(STDOUT_FILENO);
-    close(after);
-    EXPECT_EQ(after, before);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST_F(Dump, WithoutAnyOutputFails) {

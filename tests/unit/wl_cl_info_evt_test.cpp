@@ -1,4 +1,6 @@
 // "VRE.cl_info": every pair of codes, the payloads byte by byte, and what happens when memory is short.
+#include <pthread.h>
+
 #include "wl_cl_info_fixture.h"
 
 namespace {
@@ -685,6 +687,40 @@ TEST_F(PortalDelete, SaysWhereTheValueIs) {
     const void *const value = payload.data() + 10 + 12 + 10 + 8;
     expect_logged(7, "handle_portal_cl_auth_del: subinfovalue : " + pointer_text(value),
                   [&] { handle_client_info(VRE_CL_INFO, payload.data(), payload.length()); });
+}
+
+/// Runs `action` on a stack of its own.
+///
+/// @return what it has left there
+byte_string stack_after(void *(*action)(void *), void *argument) {
+    byte_string stack(1 << 20);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstack(&attributes, stack.data(), stack.size());
+    pthread_t thread;
+    EXPECT_EQ(pthread_create(&thread, &attributes, action, argument), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    return stack;
+}
+
+TEST_F(PmkAdd, LeavesNoCopyOfTheKeyOnTheStack) {
+    struct filling {
+        byte_string payload;
+        dot1x_pmk_cl_data pmk;
+        int result;
+    } of{pmk_value{.pmk = text_bytes("SECRETSECRETSECRETSECRETSECRETSE"), .identity = ""}.bytes(), {}, -1};
+    const byte_string stack = stack_after(
+        [](void *argument) -> void * {
+            auto *const own = static_cast<filling *>(argument);
+            own->result = fill_cl_pmk_info_from_evt(own->payload, &own->pmk);
+            return nullptr;
+        },
+        &of);
+    ASSERT_EQ(of.result, 0);
+    EXPECT_EQ(of.pmk.pmk[0], 'S');
+    const byte_string part = text_bytes("SECRETSE");
+    EXPECT_EQ(std::ranges::search(stack, part).size(), 0U);
 }
 
 TEST_F(Dispatch, NoLineHoldsAKey) {

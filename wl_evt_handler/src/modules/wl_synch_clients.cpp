@@ -106,7 +106,8 @@ bool has_bandwidth(const ssid_profile_info *profile, const portal_cl_auth_info *
 }
 
 void start_packet(answer_t *answer) {
-    explicit_bzero(&answer->payload, sizeof answer->payload);  // keys may have been in it
+    explicit_bzero(answer->payload.data, sizeof answer->payload.data);  // keys may have been there
+    answer->payload.data_len = 0;
     answer->end = answer->payload.data;
 }
 
