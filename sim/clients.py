@@ -37,15 +37,32 @@ def client_info(code: int, sub_code: int, value: bytes | None = None, mac: str =
 
 
 def key_value(
-    key: bytes, identity: bytes = b"", *, expiration: int = 3600, eap_type: int = 25, vlan: int = -1, length: int = 32
+    key: bytes,
+    identity: bytes = b"",
+    *,
+    expiration: int = 3600,
+    eap_type: int = 25,
+    interim: int = 60,
+    limits: tuple[int, int] = (-1, -1),
+    vlan: int = -1,
+    length: int = 32,
 ) -> bytes:
-    """A pairwise master key with what the authentication server said."""
-    return _KEY.pack(key, length, expiration, eap_type, 60, -1, -1, bytes(46), vlan, len(identity)) + identity
+    """A pairwise master key with what the authentication server said; it expires at a time of the monotonic clock.
+    Limits are download and upload; -1 is none, also of VLANs."""
+    return _KEY.pack(key, length, expiration, eap_type, interim, *limits, bytes(46), vlan, len(identity)) + identity
 
 
-def login_value(address: str, user: str, *, expire: int = 0, blackout: int = 0, login: int = 0) -> bytes:
-    """A login at the captive portal; times are seconds of the wall clock."""
-    return _LOGIN.pack(address.encode(), expire, blackout, login, -1, -1, user.encode())
+def login_value(
+    address: str,
+    user: str,
+    *,
+    expire: int = 0,
+    blackout: int = 0,
+    login: int = 0,
+    limits: tuple[int, int] = (-1, -1),
+) -> bytes:
+    """A login at the captive portal; times are seconds of the wall clock, limits download and upload."""
+    return _LOGIN.pack(address.encode(), expire, blackout, login, *limits, user.encode())
 
 
 def whereabouts(ssid: str, vap: str = "ath0", mac: str = CLIENT) -> bytes:

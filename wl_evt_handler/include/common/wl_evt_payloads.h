@@ -56,6 +56,24 @@ struct [[gnu::packed]] vre_portal_cl_auth_evt_info {
 };
 static_assert(sizeof(vre_portal_cl_auth_evt_info) == 100);
 
+/// Event 93: who takes part in a traffic test.
+struct [[gnu::packed]] vre_traffic_test_evt_data {
+    uint8_t subinfo_code;  // 1: the client, 2: the server, whose event arms the test
+    be_u16 profile_id;
+    char interface_name[16];  // the VAP on which the client is expected; may lack its NUL
+    uint8_t vre_mac_addr[6];
+    be_u32 vre_ip_addr;
+    be_u16 vre_port;
+};
+static_assert(sizeof(vre_traffic_test_evt_data) == 31);
+
+/// Event 94: the script of a traffic test has started.
+struct [[gnu::packed]] vre_traffic_test_pid {
+    uint8_t client_mac_addr[6];
+    be_i32 pid;
+};
+static_assert(sizeof(vre_traffic_test_pid) == 10);
+
 /// Event 96: an SSID profile was added or deleted.
 struct [[gnu::packed]] vre_profile_update_evt_info {
     be_u32 profile_id;
@@ -98,3 +116,71 @@ struct [[gnu::packed]] vre_vg_evt_data {
     uint8_t is_nat_profile;
 };
 static_assert(sizeof(vre_vg_evt_data) == 26);
+
+/// Value of an authentication or association request.
+struct [[gnu::packed]] vre_auth_recv_evt_data {
+    be_u16 chan;
+    int8_t rssi;  // dBm
+};
+static_assert(sizeof(vre_auth_recv_evt_data) == 3);
+using vre_assoc_recv_evt_data = vre_auth_recv_evt_data;
+
+/// Value of a steering event.
+struct [[gnu::packed]] vre_ss_evt_data {
+    uint8_t mac[6];
+    int8_t rssi;  // dBm
+    uint8_t unused[17];
+    uint8_t attempts;
+};
+static_assert(sizeof(vre_ss_evt_data) == 25);
+
+/// Value of an answered DNS query; a bare 4-byte value is the server (query) or the latency (answer).
+struct [[gnu::packed]] vre_dns_evt_data {
+    be_u32 latency;  // ms
+    uint8_t server_ip[4];
+};
+static_assert(sizeof(vre_dns_evt_data) == 8);
+
+/// Value of an invalid-address event.
+struct [[gnu::packed]] vre_node_invalid_ip_evt_data {
+    uint8_t ip[4];
+    uint8_t server_ip[4];  // the DHCP server that gave it
+};
+static_assert(sizeof(vre_node_invalid_ip_evt_data) == 8);
+
+/// Value of an address-conflict event.
+struct [[gnu::packed]] vre_node_ip_conflict_data {
+    uint8_t mac[6];  // the other station
+    uint8_t ip[4];
+};
+static_assert(sizeof(vre_node_ip_conflict_data) == 10);
+
+/// Value of a bandwidth event, where one is written to the log or forwarded.
+struct [[gnu::packed]] bw_info {
+    uint8_t pri;
+    be_i32 up;
+    be_i32 down;
+    be_u32 profile_id;
+};
+static_assert(sizeof(bw_info) == 13);
+
+/// The role that a client got and why; value of an applied-role event.
+struct [[gnu::packed]] role_debug_info {
+    char client_role[33];  // may lack its NUL
+    be_u32 role_id;
+    uint8_t rdp_method;  // vre_rdp_method
+    uint8_t rule_lookup_performed;
+    uint8_t match_type;
+    uint8_t mapped_to_ssid;
+};
+static_assert(sizeof(role_debug_info) == 41);
+
+/// The role that the authenticator asks for.
+struct [[gnu::packed]] role_info {
+    char client_role[33];  // may lack its NUL
+    be_u32 vendor_id;
+    be_u32 attr_id;
+    uint8_t rdp_method;  // vre_rdp_method
+    be_u32 role_id;
+};
+static_assert(sizeof(role_info) == 46);
