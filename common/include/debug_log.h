@@ -32,3 +32,7 @@ inline int current_debug_level() {
 inline const char *text_or_null(const char *text) {
     return text != nullptr ? text : "(null)";
 }
+
+/// A MAC address in a line: MAC_FMT in the format, MAC_ARGS of its 6 bytes among the arguments.
+#define MAC_FMT "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X"
+#define MAC_ARGS(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]

@@ -17,3 +17,9 @@ struct os_reltime {
 ///
 /// @return 0; -1 when the real-time clock failed too
 [[nodiscard]] int os_get_reltime(os_reltime *now);
+
+/// Writes an address of an event's value as text: 4 bytes as IPv4, anything else as the IPv6 address of its first 16
+/// bytes, missing ones zero.
+///
+/// @param text  46 bytes
+void ip_address_text(const void *address, int len, char *text);

@@ -1,10 +1,14 @@
 #include "wl_utils.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <atomic>
 #include <cstdlib>
 #include <ctime>
 #include <limits>
+#include <netinet/in.h>
+
+#include "payload.h"
 
 int32_t to_number(const char *text) {
     using limits = std::numeric_limits<int32_t>;
@@ -22,4 +26,9 @@ int os_get_reltime(os_reltime *now) {
     }
     *now = {static_cast<int32_t>(time.tv_sec), static_cast<int32_t>(time.tv_nsec / 1000)};
     return 0;
+}
+
+void ip_address_text(const void *address, int len, char *text) {
+    const auto bytes = read_payload<in6_addr>(address, len);
+    (void)inet_ntop(len == sizeof(in_addr) ? AF_INET : AF_INET6, &bytes, text, INET6_ADDRSTRLEN);
 }

@@ -45,7 +45,7 @@ void fill_request(const char *function, wl_evt_info_t *info) {
     else if (get_iface_frm_bssid(info) < 0)
         WL_LOG_AS(function, 3,
                   "could not able to find interface name for BW event for client %.2X:%.2X:%.2X:%.2X:%.2X:%.2X",
-                  BW_MAC_ARGS(bw.mac));
+                  MAC_ARGS(bw.mac));
 }
 
 void bw_create_info(wl_evt_info_t *info) {

@@ -63,7 +63,7 @@ void rewrite_station(const bw_profile &profile, const bw_rule &rule) {
     (void)append(record);
     WL_LOG_AS("rewrite_all_txn", 7,
               "++ (profile %d) #%u [up = %d, down = %d] %.2X:%.2X:%.2X:%.2X:%.2X:%.2X clasid = %x",
-              static_cast<int>(profile.profile_id), rule.pri, rule.up, rule.down, BW_MAC_ARGS(rule.mac), rule.classid);
+              static_cast<int>(profile.profile_id), rule.pri, rule.up, rule.down, MAC_ARGS(rule.mac), rule.classid);
 }
 
 void rewrite_profile(const bw_profile &profile) {

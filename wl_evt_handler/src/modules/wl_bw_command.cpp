@@ -65,13 +65,13 @@ int tc_action(vre_iw_cmd_t e, const bw_rule *rule, uint32_t profile_id, uint8_t 
            static_cast<int>(profile_id));
     append(line, " %s", bss_rule == 1 ? "bss" : "sta");
     if (bss_rule != 1) {
-        append(line, " %2.2x:%2.2x:%2.2x:%2.2x:%2.2x:%2.2x", BW_MAC_ARGS(rule->mac));
+        append(line, " %2.2x:%2.2x:%2.2x:%2.2x:%2.2x:%2.2x", MAC_ARGS(rule->mac));
         append(line, " classid %x", rule->classid);
     }
     if (e == VRE_BW_SET)
         append(line, " up %d down %d", rule->up, rule->down);
     if (bss_rule != 1)
-        append(line, " bssid %2.2x:%2.2x:%2.2x:%2.2x:%2.2x:%2.2x", BW_MAC_ARGS(bssid_of(rule)));
+        append(line, " bssid %2.2x:%2.2x:%2.2x:%2.2x:%2.2x:%2.2x", MAC_ARGS(bssid_of(rule)));
     append(line, " priority %d", rule->pri);
 
     WL_LOG(7, "%s", line.text);
@@ -94,7 +94,7 @@ dllist_t *find_node_for_sta(const dllist_ctrl_t *queue, const uint8_t *mac, uint
 
 void clear_bw_rules_for_sta(const uint8_t *mac, uint32_t profile_id, const char *interface) {
     while (dllist_t *const node = find_node_for_sta(&bw_queue, mac, profile_id, interface, VRE_BW_SET)) {
-        WL_LOG(7, "Set rule found for %02X:%02X:%02X:%02X:%02X:%02X, deleting it", BW_MAC_ARGS(mac));
+        WL_LOG(7, "Set rule found for %02X:%02X:%02X:%02X:%02X:%02X, deleting it", MAC_ARGS(mac));
         dllist_delink_node(&bw_queue, node);
         free_bw_list_node(static_cast<bw_list_node *>(node->value));
         std::free(node);

@@ -195,9 +195,6 @@ public:
     queue_lock &operator=(const queue_lock &) = delete;
 };
 
-/// The arguments of a MAC address's six conversions.
-#define BW_MAC_ARGS(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]
-
 /// One record of the cache in words: the line of the status dump and of the log.
 #define BW_RECORD_FORMAT \
     "[Pri %d] [ProfId %d] [Evt %s] %.2X:%.2X:%.2X:%.2X:%.2X:%.2X\t(up = %d,down = %d)\t(classid = 0x%X) (%s) (%.17s)"
@@ -205,5 +202,5 @@ public:
 /// Its arguments. The record may come from a damaged cache: its interface need not end in a NUL.
 #define BW_RECORD_ARGS(record)                                                                     \
     (record).pri, static_cast<int>((record).profile_id), (record).e == VRE_BW_SET ? "Set" : "Clr", \
-        BW_MAC_ARGS((record).mac), static_cast<int>((record).up), static_cast<int>((record).down), \
+        MAC_ARGS((record).mac), static_cast<int>((record).up), static_cast<int>((record).down),    \
         static_cast<unsigned>((record).classid), (record).bss_rule != 0 ? "BSS" : "STA", (record).interface

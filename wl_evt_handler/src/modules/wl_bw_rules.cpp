@@ -91,12 +91,12 @@ void log_set_request(const char *function, const bw_rule_info *req) {
     else if (req->to_state == BW_HELD)
         WL_LOG_AS(function, 6,
                   " Clearing bandwidth limits for STA %.2X:%.2X:%.2X:%.2X:%.2X:%.2X  (profile %d priority %u)",
-                  BW_MAC_ARGS(req->mac), profile_id, req->pri);
+                  MAC_ARGS(req->mac), profile_id, req->pri);
     else
         WL_LOG_AS(function, 6,
                   " Setting bandwidth limits for STA %.2X:%.2X:%.2X:%.2X:%.2X:%.2X  (profile %d priority %u) [up %d, "
                   "down %d]",
-                  BW_MAC_ARGS(req->mac), profile_id, req->pri, up, down);
+                  MAC_ARGS(req->mac), profile_id, req->pri, up, down);
 }
 
 void log_clear_request(const char *function, const bw_rule_info *req) {
@@ -110,7 +110,7 @@ void log_clear_request(const char *function, const bw_rule_info *req) {
         WL_LOG_AS(function, 6,
                   " Clearing bw limits for STA  %.2X:%.2X:%.2X:%.2X:%.2X:%.2X (profile %d priority %u) [up %u, "
                   "down %u]",
-                  BW_MAC_ARGS(req->mac), profile_id, req->pri, up, down);
+                  MAC_ARGS(req->mac), profile_id, req->pri, up, down);
 }
 
 /// @return a new profile, the table's; null when memory is short
@@ -131,7 +131,7 @@ bw_rule *add_sta_rule(const char *function, bw_profile *profile, const bw_rule_i
         WL_LOG_AS(function, 7,
                   "Could not find BW rule to clear for disassociating STA %.2X:%.2X:%.2X:%.2X:%.2X:%.2X with priority "
                   "#%u",
-                  BW_MAC_ARGS(req->mac), req->pri);
+                  MAC_ARGS(req->mac), req->pri);
         return nullptr;
     }
     const uint32_t classid = get_class_id(profile, req);
@@ -158,7 +158,7 @@ bool accept_hold(const char *function, const bw_rule *rule, bw_rule_info *req) {
     if (!on_same_interface(rule, req)) {
         WL_LOG_AS(function, 3,
                   "Ignore the clear limits for STA %.2X:%.2X:%.2X:%.2X:%.2X:%.2X, Interface mismatch(%.17s %.17s)",
-                  BW_MAC_ARGS(req->mac), rule->interface, req->interface);
+                  MAC_ARGS(req->mac), rule->interface, req->interface);
         return false;
     }
     return true;
@@ -352,7 +352,7 @@ void bw_set_sta_limit(bw_profile *profile, bw_rule_info *req) {
 
 void bw_stage_for_application(bw_rule *rule, uint32_t profile_id, uint8_t to_state) {
     WL_LOG(7, "(profile %d) #%u [up %d, down %d] %.2X:%.2X:%.2X:%.2X:%.2X:%.2X %s => [%s]",
-           static_cast<int>(profile_id), rule->pri, rule->up, rule->down, BW_MAC_ARGS(rule->mac),
+           static_cast<int>(profile_id), rule->pri, rule->up, rule->down, MAC_ARGS(rule->mac),
            bw_state_name(rule->state), bw_state_name(to_state));
     if (rule->state == to_state)
         return;

@@ -10,7 +10,7 @@ constexpr char CACHE_DUMP_FILE[] = "/tmp/.wl.bw_cache.dmp";
 
 void dump_rule(FILE *out, const bw_rule &rule) {
     std::fprintf(out, "\t[#%d] %.2X:%.2X:%.2X:%.2X:%.2X:%.2X\t(up = %d,down = %d)\t(classid = 0x%X)\t%s\n", rule.pri,
-                 BW_MAC_ARGS(rule.mac), rule.up, rule.down, rule.classid, bw_state_name(rule.state));
+                 MAC_ARGS(rule.mac), rule.up, rule.down, rule.classid, bw_state_name(rule.state));
 }
 
 void dump_profile(FILE *out, const bw_profile &profile) {

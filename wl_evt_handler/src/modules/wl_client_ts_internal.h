@@ -2,7 +2,6 @@
 /// Everything here but clts_malloc and clts_free needs the mutex of conn_cb.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <pthread.h>
@@ -19,6 +18,32 @@ constexpr uint32_t CONN_TIMEOUT = 120001;           // ms without a change of st
 constexpr uint32_t PORTAL_CONN_TIMEOUT = 300001;    // ms, where the client has to log in at a portal
 constexpr uint32_t DETAIL_TIMEOUT = 300000;         // ms after which a detailed log forgets a client
 constexpr int SUCCESS_REPORT = -1;                  // instead of a failure's slot
+
+/// Why a client could not connect, as the management server knows it.
+enum cl_failure : uint8_t {
+    FAILURE_NONE = 0,
+    FAILURE_ASSOC_AP_FULL = 1,
+    FAILURE_ASSOC_CAPABILITIES = 2,
+    FAILURE_ASSOC = 3,
+    FAILURE_RADIUS_AUTH = 4,
+    FAILURE_RADIUS_UNREACHABLE = 6,
+    FAILURE_PSK = 7,
+    FAILURE_HANDSHAKE = 8,
+    FAILURE_ROAMING = 9,
+    FAILURE_PORTAL_A = 10,  // what the portal's three mean is its own affair
+    FAILURE_PORTAL_B = 11,
+    FAILURE_PORTAL_C = 12,
+    FAILURE_DHCP = 13,
+    FAILURE_DNS = 14,
+    FAILURE_AUTH = 16,
+    FAILURE_GAUTH = 17,
+    FAILURE_IP = 18,
+};
+
+// Subinfo codes of failures whose report says more.
+constexpr uint16_t SUB_DHCP_VLAN_NOT_SEEN = 1;  // of FAILURE_DHCP
+constexpr uint16_t SUB_DNS_VLAN_NOT_SEEN = 4;   // of FAILURE_DNS
+constexpr uint16_t SUB_IP_CONFLICT = 3;         // of FAILURE_IP
 
 /// The error records of a client; no slot is used twice.
 struct client_hash_rec {
@@ -44,7 +69,7 @@ struct [[gnu::packed]] detail_clrec {
 static_assert(sizeof(detail_clrec) == 24);
 
 struct conn_ctrlblk {
-    int init;                        // 0: usable
+    int init = -1;                   // 0: usable
     int enable;                      // 1: tracking on
     hashTable_t *inprog_conn_table;  // cl_conn_evt_rec, at most one for a MAC
     hash_Iterator_t *inprog_conn_iter;
@@ -52,8 +77,8 @@ struct conn_ctrlblk {
     dllist_ctrl_t err_conn_list;     // client_list_rec, oldest first
     hashTable_t *detail_conn_table;  // detail_clrec
     hash_Iterator_t *detail_conn_iter;
-    int detail_log_init;  // 0: the detailed table exists
-    pthread_mutex_t mutex;
+    int detail_log_init = -1;  // 0: the detailed table exists
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_t timer_thread;
     int terminate_timer;
     int num_clrec_malloc;
@@ -61,7 +86,7 @@ struct conn_ctrlblk {
     int num_listrec_malloc;
     int num_subinfovalue_malloc;
     int num_ssid_malloc;
-    std::atomic<int> size_malloc;  // bytes; also changed without the mutex
+    int size_malloc;  // bytes; changed without the mutex, so only atomically
 };
 
 extern conn_ctrlblk conn_cb;
@@ -77,7 +102,7 @@ struct clts_time {
 /// @return |a - b| of two millisecond times, right across the wrap
 [[nodiscard]] uint32_t msec_between(uint32_t a, uint32_t b);
 
-/// @return the milliseconds between two times
+/// @return the milliseconds between two times, of which it does not matter which came first
 [[nodiscard]] uint32_t timediff_msec(uint32_t sec1, uint32_t usec1, uint32_t sec2, uint32_t usec2);
 
 /// malloc that counts.
@@ -85,22 +110,49 @@ struct clts_time {
 
 /// Frees what `*block` points to, unless it is null, and clears it.
 ///
-/// @param block  address of a pointer of any type
-/// @param size   as it was asked for
+/// @param size  as it was asked for
 void clts_free(void **block, size_t size);
+
+/// clts_free for a pointer of any type.
+template <class Type> void clts_release(Type *&pointer, size_t size) {
+    void *block = pointer;
+    clts_free(&block, size);
+    pointer = nullptr;
+}
+
+/// Holds the mutex of conn_cb until the end of the scope.
+struct conn_lock {
+    conn_lock() {
+        pthread_mutex_lock(&conn_cb.mutex);
+    }
+    ~conn_lock() {
+        pthread_mutex_unlock(&conn_cb.mutex);
+    }
+    conn_lock(const conn_lock &) = delete;
+    conn_lock &operator=(const conn_lock &) = delete;
+};
 
 // wl_client_ts_record.cpp: the life of a record
 
 /// @return a new record for the client of an event, in no table; null when memory is short
 [[nodiscard]] cl_conn_evt_rec *create_rec(const wl_evt_info_t *evt);
 
+/// @return the VLAN of a VLAN event's value; 0 when it is none of 1 to 4095
+[[nodiscard]] uint16_t vlan_of_value(const uint8_t *value, int len);
+
+/// Stores a record that was reported and holds a failure; else drops it, after merging what was not reported into the
+/// client's earlier records. The record must be in no table.
+void settle_record(cl_conn_evt_rec *rec);
+
+/// Logs how long DHCP, RADIUS and DNS took.
+void log_latencies(const char *function, const cl_conn_evt_rec &rec);
+
 /// Clears what an attempt collects; the client, the channel and the SSID's configuration stay.
 void reset_clrec(cl_conn_evt_rec *rec);
 
-/// Adds an event to a record, which may complete the attempt.
-///
-/// @return true while the record lives; false when it has been freed or moved to the error store
-bool add_evt(cl_conn_evt_rec *rec, const wl_evt_info_t *evt);
+/// Adds an event to a record, which may complete the attempt: the record then leaves the table of those in progress and
+/// must not be touched any more.
+void add_evt(cl_conn_evt_rec *rec, const wl_evt_info_t *evt);
 
 /// Frees a record that is in no table, with what it owns; values are wiped, they may hold keys.
 void clrec_free(cl_conn_evt_rec *rec);
