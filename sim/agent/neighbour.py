@@ -76,7 +76,7 @@ class SecondAccessPoint:
         try:
             self._join(agent)
         except BaseException:
-            self.close()
+            self._end()
             raise
 
     def _join(self, agent: Agent) -> None:
@@ -106,13 +106,19 @@ class SecondAccessPoint:
         self._tell(CHANGED)
 
     def close(self) -> None:
+        """Ends it. AssertionError when it has not gone well, such as when a sanitizer had something to report."""
+        if self._end() != 0:
+            raise AssertionError("\n".join(self.lines))
+
+    def _end(self) -> int:
         self._say.close()  # the end of its input is its own end
         try:
-            self._process.wait(LIMIT)
+            return self._process.wait(LIMIT)
         except subprocess.TimeoutExpired:
             self._process.kill()
-            self._process.wait()
-        links.remove(NEAR)
+            return self._process.wait()
+        finally:
+            links.remove(NEAR)
 
 
 class FarEnd:

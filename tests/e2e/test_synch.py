@@ -228,6 +228,7 @@ def test_an_interface_that_is_down_is_tried_until_it_is_up(start, agent):
     barrier(ap, agent)
     assert agent.of_type(packets.REGISTER) == []
     links.set_up("uplink")
+    ap.settle()
     agent.wait_for(packets.CLIENT_INFO)
     assert agent.of_type(packets.REGISTER)[0].encode() == registration(32, b"Lobby", b"uplink")
     links.remove("uplink")
