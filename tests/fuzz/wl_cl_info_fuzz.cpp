@@ -14,8 +14,11 @@
 
 extern "C" FILE *__real_fopen(const char *path, const char *mode);
 
-/// Dumps are formatted and dropped; a file without a name cannot be opened.
+/// Dumps, which are opened close-on-exec, are formatted and dropped; a file without a name cannot be opened. The fuzzer's
+/// own files are what they are.
 extern "C" FILE *__wrap_fopen(const char *path, const char *mode) {
+    if (std::strcmp(mode, "we") != 0)
+        return __real_fopen(path, mode);
     return path[0] == '\0' ? nullptr : __real_fopen("/dev/null", mode);
 }
 
