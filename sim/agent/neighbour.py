@@ -1,7 +1,7 @@
 """A second access point beside the first: a sandbox, a daemon and an agent of its own, linked to the first one's agent.
 
-The two are joined by a pair of interfaces, one end in each network. Where the machine does not allow that, the neighbour
-is no more than a far end of the link, over a Unix socket pair.
+The two are joined by a pair of interfaces, one end in each network. Where the machine does not allow that, the
+neighbour is no more than a far end of the link, over a Unix socket pair.
 
     python3 -m sim.agent.neighbour SSID COMMAND...     the second access point itself, started by SecondAccessPoint
 """
@@ -48,8 +48,8 @@ class Neighbour(Protocol):
 
 
 def next_to(agent: Agent, ssid: str, command: Sequence[str]) -> tuple[Neighbour, str]:
-    """Links an agent to a neighbour that asks it for the clients of an SSID. The second result says why the neighbour is
-    not a whole access point; it is empty when it is."""
+    """Links an agent to a neighbour that asks it for the clients of an SSID. The second result says why the neighbour
+    is not a whole access point; it is empty when it is."""
     try:
         return SecondAccessPoint(agent, ssid, command), ""
     except OSError as reason:

@@ -36,7 +36,7 @@ def update(stage: Stage, flags: int, meaning: str) -> None:
 
 
 def registration(stage: Stage, agent: Agent) -> None:
-    stage.scene("A synch agent starts; it refuses the SSID first, then accepts it; the neighbours are asked for clients")
+    stage.scene("A synch agent starts; it refuses the SSID first, then accepts it; the daemon asks for clients")
     stage.ap.settle()
     stage.expect_soon(lambda: agent.connections == 1, "the daemon has connected")
     agent.answers.append(REFUSE)

@@ -541,7 +541,8 @@ def test_a_client_s_key_and_login_arrive_at_a_second_access_point(start, agent, 
         other.change_neighbours()
         wait_until(lambda: len(arrived()) == 2, "the client once more")
         let_in(ap, ALICE)
-        wait_until(lambda: any(line.startswith("from AP 1: portal login") for line in other.lines), "an announced login")
+        announced = "from AP 1: portal login"
+        wait_until(lambda: any(line.startswith(announced) for line in other.lines), "an announced login")
 
 
 # What else goes to the neighbours
