@@ -198,6 +198,8 @@ void wl_log_evt(FILE *fp, const uint8_t *cl_mac, const uint8_t *bssid, const cha
     char *line = nullptr;
     if (fill_cl_debug_log_params(wl_debug_log_cache, &params, &line, verbose) != 0)
         WL_LOG(3, "Could not generate event log text %d:%d", params.info_code, params.subinfo_code);
+    if (value.bytes != nullptr)
+        wipe(value.bytes, static_cast<size_t>(value.length));  // it may be a key
     std::free(value.bytes);
     if (line == nullptr)
         return;
