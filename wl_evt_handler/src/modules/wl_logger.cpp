@@ -69,6 +69,8 @@ prepared_value bandwidth_value(const wl_evt_info_t &event) {
 
 prepared_value prepare_value(uint32_t info_code, uint16_t subinfo_code, const uint8_t *value, int length,
                              const wl_evt_info_t *event) {
+    if (info_code == INFO_CLIENT_PMK || info_code == INFO_CLIENT_PORTAL_LOGIN)
+        return {};  // whatever words the catalogue has for them, keys and logins stay out of the log
     if (value == nullptr)
         return info_code == INFO_BANDWIDTH && event != nullptr ? bandwidth_value(*event) : prepared_value{};
     if (info_code == INFO_IPV6_ADDRESS || info_code == INFO_DHCP) {
@@ -198,8 +200,6 @@ void wl_log_evt(FILE *fp, const uint8_t *cl_mac, const uint8_t *bssid, const cha
     char *line = nullptr;
     if (fill_cl_debug_log_params(wl_debug_log_cache, &params, &line, verbose) != 0)
         WL_LOG(3, "Could not generate event log text %d:%d", params.info_code, params.subinfo_code);
-    if (value.bytes != nullptr)
-        wipe(value.bytes, static_cast<size_t>(value.length));  // it may be a key
     std::free(value.bytes);
     if (line == nullptr)
         return;
