@@ -259,14 +259,15 @@ TEST_F(ClientTimer, TellsOfAnEmptyModule) {
 TEST_F(ClientTimer, TellsWhatTheModuleHolds) {
     for (unsigned client = 1; client <= 4; client++)
         attempt_in_progress(client);
-    deliver(message(1, INFO_ROLE, 0).item(WL_SUBINFO_VALUE, byte_string(41)));
-    deliver(message(2, INFO_ROLE, 0).item(WL_SUBINFO_VALUE, byte_string(9)));
+    for (const size_t size : {41, 9, 3, 1, 1})
+        deliver(message(1, INFO_ROLE, 0).item(WL_SUBINFO_VALUE, byte_string(size)));
+    drop_ssid(in_progress(2));
     ASSERT_EQ(move_clrec_to_err_list(failed_attempt(7, 3)), 0);
     ASSERT_EQ(move_clrec_to_err_list(failed_attempt(8, 3)), 0);
     ASSERT_EQ(move_clrec_to_err_list(failed_attempt(8, 3)), 0);
-    const size_t bytes = 7 * (sizeof(cl_conn_evt_rec) + sizeof "net") + 41 + 9 + 2 * sizeof(client_hash_rec) +
-                         3 * sizeof(client_list_rec);
-    EXPECT_EQ(log_of_sweep().at(0), accounts_line(4, 3, {7, 7, 2, 3, 2, static_cast<int>(bytes)}));
+    const size_t bytes =
+        7 * sizeof(cl_conn_evt_rec) + 6 * sizeof "net" + 55 + 2 * sizeof(client_hash_rec) + 3 * sizeof(client_list_rec);
+    EXPECT_EQ(log_of_sweep().at(0), accounts_line(4, 3, {7, 6, 2, 3, 5, static_cast<int>(bytes)}));
 }
 
 TEST_F(ClientTimer, TellsItBeforeTheAttemptsEnd) {

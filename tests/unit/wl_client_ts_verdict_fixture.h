@@ -297,6 +297,13 @@ protected:
         return create_rec(&request);
     }
 
+    /// Makes it a record of an event that named no SSID.
+    static void drop_ssid(cl_conn_evt_rec *rec) {
+        clts_release(rec->cl_info.ssid, rec->cl_info.ssid_len + size_t{1});
+        rec->cl_info.ssid_len = 0;
+        conn_cb.num_ssid_malloc--;
+    }
+
     /// A record as an event reported it: with a failure, sent.
     static cl_conn_evt_rec *failed_attempt(unsigned client, uint8_t failure, const byte_string &bssid = ap_bssid()) {
         cl_conn_evt_rec *const rec = attempt(client, "net", bssid);
