@@ -381,7 +381,7 @@ TEST_F(ClientTimer, AModuleThatIsOffHasNoThreadToStop) {
 
 class TimerBesideEvents : public ClientTimer {
 protected:
-    static constexpr int EVENTS = 40000;
+    static constexpr int EVENTS = 20000;
 
     uint32_t random(uint32_t limit) {
         seed = seed * 1664525 + 1013904223;
@@ -475,6 +475,22 @@ TEST_F(TimerBesideEvents, SweepsWhileEventsFlow) {
     EXPECT_GT(of_timer, 0);
     const std::lock_guard lock(world.mutex);
     EXPECT_GT(world.forwarded, EVENTS / 2);
+}
+
+TEST_F(TimerBesideEvents, LooksAtTheVlansWhileTheSensorBringsThem) {
+    for (unsigned client = 1; client <= 300; client++) {
+        cl_conn_evt_rec *const rec = attempt_in_progress(client);
+        rec->state = CL_ASSOC_ANSWERED;
+        rec->dhcp_state = 1;
+        rec->vlan = static_cast<uint16_t>(client);
+    }
+    advance(120001);
+    let_timer_run();
+    for (int i = 0; i < 1000; i++)  // without a lock that would order the threads
+        bring_vlans(static_cast<uint8_t>(i));
+    wait_for_sweep();
+    EXPECT_EQ(attempts_in_progress(), 0);
+    EXPECT_EQ(reports_of_both_threads(), std::pair(0, 300));
 }
 
 TEST_F(TimerBesideEvents, SweepsWhileEventsAreLogged) {
