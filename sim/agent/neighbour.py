@@ -1,7 +1,7 @@
 """A second access point beside the first: a sandbox, a daemon and an agent of its own, linked to the first one's agent.
 
-The two are joined by a pair of interfaces, one end in each network. Where the machine does not allow that, the neighbour
-is no more than a far end of the link, over a Unix socket pair.
+The two are joined by a pair of interfaces, one end in each network. Where the machine does not allow that, the
+neighbour is no more than a far end of the link, over a Unix socket pair.
 
     python3 -m sim.agent.neighbour SSID COMMAND...     the second access point itself, started by SecondAccessPoint
 """
@@ -48,8 +48,8 @@ class Neighbour(Protocol):
 
 
 def next_to(agent: Agent, ssid: str, command: Sequence[str]) -> tuple[Neighbour, str]:
-    """Links an agent to a neighbour that asks it for the clients of an SSID. The second result says why the neighbour is
-    not a whole access point; it is empty when it is."""
+    """Links an agent to a neighbour that asks it for the clients of an SSID. The second result says why the neighbour
+    is not a whole access point; it is empty when it is."""
     try:
         return SecondAccessPoint(agent, ssid, command), ""
     except OSError as reason:
@@ -76,7 +76,7 @@ class SecondAccessPoint:
         try:
             self._join(agent)
         except BaseException:
-            self.close()
+            self._end()
             raise
 
     def _join(self, agent: Agent) -> None:
@@ -106,13 +106,19 @@ class SecondAccessPoint:
         self._tell(CHANGED)
 
     def close(self) -> None:
+        """Ends it. AssertionError when it has not gone well, such as when a sanitizer had something to report."""
+        if self._end() != 0:
+            raise AssertionError("\n".join(self.lines))
+
+    def _end(self) -> int:
         self._say.close()  # the end of its input is its own end
         try:
-            self._process.wait(LIMIT)
+            return self._process.wait(LIMIT)
         except subprocess.TimeoutExpired:
             self._process.kill()
-            self._process.wait()
-        links.remove(NEAR)
+            return self._process.wait()
+        finally:
+            links.remove(NEAR)
 
 
 class FarEnd:

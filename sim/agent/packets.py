@@ -1,7 +1,7 @@
 """The packets between the daemon and its synchronisation agent, byte by byte; all integers are big-endian.
 
-A packet is a header of 14 bytes, an application id (the SSID, where there is one) and a payload of items, each a type, a
-length and a value. What breaks a rule of the protocol is refused with Malformed, so that whatever is decoded here is
+A packet is a header of 14 bytes, an application id (the SSID, where there is one) and a payload of items, each a type,
+a length and a value. What breaks a rule of the protocol is refused with Malformed, so that whatever is decoded here is
 also well-formed.
 """
 

@@ -36,12 +36,13 @@ def update(stage: Stage, flags: int, meaning: str) -> None:
 
 
 def registration(stage: Stage, agent: Agent) -> None:
-    stage.scene("A synch agent starts; it refuses the SSID first, then accepts it; the neighbours are asked for clients")
+    stage.scene("A synch agent starts; it refuses the SSID first, then accepts it; the daemon asks for clients")
     stage.ap.settle()
     stage.expect_soon(lambda: agent.connections == 1, "the daemon has connected")
     agent.answers.append(REFUSE)
     write_profile(PROFILE, shared(PROFILE, SSID, AP_IS_PORTAL_CONFIGURED=1))
-    update(stage, ADD, "add profile 7")
+    update(stage, DELETE, "delete profile 7, which has been kept to ourselves")
+    update(stage, ADD, "add it again, to be shared")
     stage.ap.settle()
     stage.expect_soon(lambda: len(agent.of_type(packets.REGISTER)) == 2, "the refused registration was tried again")
     stage.expect_soon(lambda: agent.of_type(packets.CLIENT_INFO, 1), "accepted, the daemon asks for clients")

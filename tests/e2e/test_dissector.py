@@ -11,16 +11,22 @@ from sim.profiles import usable, write_daemon_configuration, write_profile
 CAPTURE = "/tmp/live.pcap"
 ALICE, BOB = "02:00:00:00:00:0a", "02:00:00:00:00:0b"
 LOBBY = 7
+TEST_KEY = bytes(range(32))
 
 
 def bring_clients(ap):
     """Alice with a key and a portal login, Bob with a key that has no identity."""
     now = int(time.time())
-    login = clients.login(ALICE, LOBBY, "10.0.0.7", expire=now + 1800, blackout_expire=now + 1860)
-    for event in (clients.key(ALICE, LOBBY, b"alice", vlan_id=12), login, clients.key(BOB, LOBBY)):
-        ap.send_event("VRE.cl_info", event)
+    alice = clients.key_value(TEST_KEY, b"alice", vlan=12)
+    login = clients.login_value("10.0.0.7", "alice", expire=now + 1800, blackout=now + 1860)
+    for mac, code, sub_code, value in (
+        (ALICE, clients.KEY, clients.ADD_KEY, alice),
+        (ALICE, clients.LOGIN, clients.ADD_LOGIN, login),
+        (BOB, clients.KEY, clients.ADD_KEY, clients.key_value(TEST_KEY)),
+    ):
+        ap.send_event("VRE.cl_info", clients.client_info(code, sub_code, value, mac, LOBBY))
     for mac in (ALICE, BOB):
-        ap.send_event("VRE.node_authorize", clients.on_vap(mac, LOBBY, "Lobby"))
+        ap.send_event("VRE.node_authorize", clients.whereabouts("Lobby", mac=mac))
     ap.settle()
 
 
@@ -54,7 +60,7 @@ def test_what_the_daemon_and_the_agent_tell_each_other_is_shown(start):
     assert shown[1:7] == (
         [ALICE],
         [ALICE.upper()],
-        [clients.TEST_KEY.hex()],
+        [TEST_KEY.hex()],
         ["alice"],
         ["12"],
         ["10.0.0.7"],

@@ -228,6 +228,7 @@ def test_an_interface_that_is_down_is_tried_until_it_is_up(start, agent):
     barrier(ap, agent)
     assert agent.of_type(packets.REGISTER) == []
     links.set_up("uplink")
+    ap.settle()
     agent.wait_for(packets.CLIENT_INFO)
     assert agent.of_type(packets.REGISTER)[0].encode() == registration(32, b"Lobby", b"uplink")
     links.remove("uplink")
@@ -540,7 +541,8 @@ def test_a_client_s_key_and_login_arrive_at_a_second_access_point(start, agent, 
         other.change_neighbours()
         wait_until(lambda: len(arrived()) == 2, "the client once more")
         let_in(ap, ALICE)
-        wait_until(lambda: any(line.startswith("from AP 1: portal login") for line in other.lines), "an announced login")
+        announced = "from AP 1: portal login"
+        wait_until(lambda: any(line.startswith(announced) for line in other.lines), "an announced login")
 
 
 # What else goes to the neighbours

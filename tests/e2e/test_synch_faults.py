@@ -57,7 +57,8 @@ def accept_registration(listener, answer=ACCEPTED):
 def add_clients(ap, count=1):
     for number in range(count):
         mac = f"02:00:00:00:{number >> 8:02x}:{number & 255:02x}"
-        ap.send_event("VRE.cl_info", client_info(KEY, ADD_KEY, key_value(TEST_KEY, mac.encode(), interim=0), mac, LOBBY))
+        key = key_value(TEST_KEY, mac.encode(), interim=0)
+        ap.send_event("VRE.cl_info", client_info(KEY, ADD_KEY, key, mac, LOBBY))
         ap.send_event("VRE.node_authorize", whereabouts("Lobby", mac=mac))
     ap.settle()
 
@@ -382,6 +383,7 @@ def test_any_bytes_are_survived(lobby, listener, seed):
             connection = accept_registration(listener)
     connection.close()
     while True:  # a connection that was made and dropped meanwhile may wait in front of the next
+        ap.settle()
         try:
             ends(listener, None)
             break

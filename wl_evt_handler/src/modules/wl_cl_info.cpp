@@ -8,6 +8,7 @@
 #include "wl_client_role.h"
 #include "wl_ssid_profile.h"
 #include "wl_synch.h"
+#include "wl_utils.h"
 
 namespace {
 
@@ -68,11 +69,11 @@ wl_client_info *find_or_add_authorized(const char *function, ssid_profile_info *
         return known;
     WL_LOG_AS(function, 3,
               "client [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X] entry not found in ssid profile [%s] creating new one",
-              CL_MAC_ARGS(mac), profile->ssid);
+              MAC_ARGS(mac), profile->ssid);
     wl_client_info *const client = add_cached_client(profile, mac);
     if (client == nullptr)
         WL_LOG_AS(function, 3, "Could not allocate memory client info record for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]",
-                  CL_MAC_ARGS(mac));
+                  MAC_ARGS(mac));
     return client;
 }
 
@@ -85,7 +86,7 @@ bool is_needed(const wl_client_info *client) {
 
 void free_identity(uint8_t *identity, size_t length) {
     if (identity != nullptr)
-        wipe_key_material(identity, length);
+        wipe(identity, length);
     std::free(identity);
 }
 
@@ -111,15 +112,14 @@ void vre_cl_authorized_updates(vre_iw_cmd_t e, void *buf, int len) {
         7,
         "[VRE_CL_INFO] : Received node authorizd for client[%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]connected to SSID [%s] with "
         "bssid [%s] vapname [%s]",
-        CL_MAC_ARGS(info.cl_mac), info.ssid, macaddr_ntoa_r(info.bssid, bssid), info.name);
+        MAC_ARGS(info.cl_mac), info.ssid, macaddr_ntoa_r(info.bssid, bssid), info.name);
     ssid_profile_info *const profile = find_profile_by_ssid(info, true);
     if (profile == nullptr)
         return;
     wl_client_info *const client = find_or_add_authorized(__func__, profile, info.cl_mac);
     if (client == nullptr)
         return;
-    WL_LOG(7, "[VRE_CL_INFO] Setting client active status for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]",
-           CL_MAC_ARGS(info.cl_mac));
+    WL_LOG(7, "[VRE_CL_INFO] Setting client active status for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]", MAC_ARGS(info.cl_mac));
     client->is_active = 1;
     client->connected_vap = get_vap_from_list_by_name(profile->vap_data_list, info.name);
     send_cl_portal_login_packet(profile, client);
@@ -134,21 +134,20 @@ void vre_cl_leave_updates(vre_iw_cmd_t e, void *buf, int len) {
         7,
         "[VRE_CL_INFO] : Received node leave for client[%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]disconnected from SSID [%s] with "
         "bssid [%s] vapname [%s]",
-        CL_MAC_ARGS(info.cl_mac), info.ssid, macaddr_ntoa_r(info.bssid, bssid), info.name);
+        MAC_ARGS(info.cl_mac), info.ssid, macaddr_ntoa_r(info.bssid, bssid), info.name);
     ssid_profile_info *const profile = find_profile_by_ssid(info, false);
     if (profile == nullptr)
         return;
     wl_client_info *const client = find_cached_client(profile, info.cl_mac);
     if (client == nullptr) {
         WL_LOG(7, "[VRE_CL_INFO] client entry not found for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X] in event %s",
-               CL_MAC_ARGS(info.cl_mac), event_name(e));
+               MAC_ARGS(info.cl_mac), event_name(e));
         return;
     }
     // It has moved to another VAP of the SSID, whose authorisation came before this leave.
     if (client->connected_vap != nullptr && std::strcmp(client->connected_vap->name, info.name) != 0)
         return;
-    WL_LOG(7, "[VRE_CL_INFO] reseting client active status for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]",
-           CL_MAC_ARGS(info.cl_mac));
+    WL_LOG(7, "[VRE_CL_INFO] reseting client active status for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]", MAC_ARGS(info.cl_mac));
     client->is_active = 0;
     client->connected_vap = nullptr;
     if (client->ssid != nullptr && client->ssid->flags.role_profile_enabled != 0)
@@ -205,10 +204,10 @@ dot1x_pmk_cl_data *get_new_dot1x_pmk_cl_data() {
 int decide_and_delete_client(ssid_profile_info *profile, wl_client_info *client) {
     if (profile == nullptr || client == nullptr || is_needed(client))
         return -1;
-    WL_LOG(2, "Deleting client record for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]", CL_MAC_ARGS(client->mac_addr));
+    WL_LOG(2, "Deleting client record for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]", MAC_ARGS(client->mac_addr));
     if (hash_table_delete(&profile->cl_info_hash, client->mac_addr) == 0)
         return 0;
-    WL_LOG(3, "Could not delete client record for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]", CL_MAC_ARGS(client->mac_addr));
+    WL_LOG(3, "Could not delete client record for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]", MAC_ARGS(client->mac_addr));
     return -1;
 }
 
@@ -225,7 +224,7 @@ void free_dot1x_pmk_cl_data(dot1x_pmk_cl_data *pmk) {
     if (pmk == nullptr)
         return;
     free_identity(pmk->identity, pmk->identity_len);
-    wipe_key_material(pmk, sizeof *pmk);
+    wipe(pmk, sizeof *pmk);
     std::free(pmk);
 }
 
@@ -233,7 +232,7 @@ void free_ft_80211r_cl_data(ft_80211r_cl_data *ft) {
     if (ft == nullptr)
         return;
     free_identity(ft->identity, ft->identity_len);
-    wipe_key_material(ft, sizeof *ft);
+    wipe(ft, sizeof *ft);
     std::free(ft);
 }
 

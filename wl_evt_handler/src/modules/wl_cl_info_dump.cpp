@@ -139,7 +139,7 @@ void dump_vaps(FILE *out, const ssid_profile_info *profile) {
 }
 
 void dump_client_info(FILE *out, const wl_client_info *client) {
-    std::fprintf(out, "\n----------- Client MAC : [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]\n", CL_MAC_ARGS(client->mac_addr));
+    std::fprintf(out, "\n----------- Client MAC : [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]\n", MAC_ARGS(client->mac_addr));
     std::fprintf(out, "Is Active on this SSID : %d\n", client->is_active);
     std::fprintf(out, "Connected to VAP : %s\n",
                  text_or_null(client->connected_vap != nullptr ? client->connected_vap->name : nullptr));
@@ -217,7 +217,7 @@ void dump_cl_role_info(FILE *out, const wl_client_info *client) {
 }
 
 void dump_cl_role_info_brief(FILE *out, const wl_client_info *client) {
-    std::fprintf(out, "\n----------- Client MAC : [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]\n", CL_MAC_ARGS(client->mac_addr));
+    std::fprintf(out, "\n----------- Client MAC : [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]\n", MAC_ARGS(client->mac_addr));
     std::fprintf(out, "SSID : %s\n", text_or_null(client->ssid != nullptr ? client->ssid->ssid : nullptr));
     std::fputs("Role : ", out);
     dump_text(out, client->role_info.client_role, sizeof client->role_info.client_role);

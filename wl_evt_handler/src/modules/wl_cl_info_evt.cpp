@@ -6,6 +6,7 @@
 #include "wl_cl_info_internal.h"
 #include "wl_evt_payloads.h"
 #include "wl_ssid_profile.h"
+#include "wl_utils.h"
 
 namespace {
 
@@ -53,7 +54,7 @@ wl_client_info *find_or_add_client(const char *function, ssid_profile_info *prof
         return known;
     WL_LOG_AS(function, 3,
               "client [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X] entry not found in ssid profile [%d] creating new one",
-              CL_MAC_ARGS(mac), static_cast<int>(profile->profile_id));
+              MAC_ARGS(mac), static_cast<int>(profile->profile_id));
     return add_cached_client(profile, mac);
 }
 
@@ -199,7 +200,7 @@ void handle_client_info(vre_iw_cmd_t e, void *buf, int len) {
     WL_LOG(2,
            "[VRE_CL_INFO] : Received VRE_CL_INFO event with infocode : %d subinfocode : %d for "
            "client[%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]",
-           info_code, info.subinfo_code, CL_MAC_ARGS(info.cl_mac));
+           info_code, info.subinfo_code, MAC_ARGS(info.cl_mac));
     if (info.info_code != INFO_PMK && info.info_code != INFO_PORTAL)
         WL_LOG(3, "Invalid info code in event VRE_CL_INFO");
     else if (!(info.info_code == INFO_PMK ? handle_pmk_event(&info) : handle_portal_event(&info)))
@@ -217,7 +218,7 @@ void handle_cl_pmk_add_evt(const wl_evt_info_t *info) {
         return;
     wl_client_info *const client = find_or_add_client(__func__, profile, info->cl_mac);
     if (client == nullptr)
-        WL_LOG(3, "Could not create client info record for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]", CL_MAC_ARGS(info->cl_mac));
+        WL_LOG(3, "Could not create client info record for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]", MAC_ARGS(info->cl_mac));
     else if (store_pmk(__func__, info, client) < 0)
         (void)decide_and_delete_client(profile, client);
 }
@@ -237,7 +238,7 @@ void handle_cl_pmk_del_evt(const wl_evt_info_t *info) {
             3,
             "client [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X] entry not found [cl:%p] in ssid profile [%d] or hapd info[%p] is "
             "null while deleting the client",
-            CL_MAC_ARGS(info->cl_mac), static_cast<void *>(client), static_cast<int>(profile->profile_id),
+            MAC_ARGS(info->cl_mac), static_cast<void *>(client), static_cast<int>(profile->profile_id),
             static_cast<void *>(hapd));
         return;
     }
@@ -277,7 +278,7 @@ void handle_portal_cl_auth_del(const wl_evt_info_t *info) {
         WL_LOG(3,
                "client entry for [%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]not found in ssid profile [%d] or portal info is null "
                "while deleting the client",
-               CL_MAC_ARGS(info->cl_mac), static_cast<int>(profile->profile_id));
+               MAC_ARGS(info->cl_mac), static_cast<int>(profile->profile_id));
         WL_LOG(7, "subinfovalue : %p", static_cast<void *>(info->subinfo_value));
         return;
     }
@@ -296,7 +297,7 @@ int fill_cl_pmk_info_from_evt(std::span<const uint8_t> payload, dot1x_pmk_cl_dat
     int result = copy_pmk(__func__, event, pmk);
     if (result == 0)
         result = copy_identity(__func__, payload, event.identity_len, pmk);
-    wipe_key_material(&event, sizeof event);
+    wipe(&event, sizeof event);
     return result;
 }
 

@@ -10,15 +10,6 @@
 #include "wl_cl_info.h"
 #include "wl_common.h"
 
-/// The arguments of a MAC address's six conversions.
-#define CL_MAC_ARGS(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]
-
-/// Clears memory that held a key. The compiler may not leave it out although nobody reads the memory again.
-inline void wipe_key_material(void *bytes, size_t size) {
-    std::memset(bytes, 0, size);
-    asm volatile("" : : "r"(bytes) : "memory");
-}
-
 /// @return the client of a profile's cache, still the cache's; null when it is not there
 [[nodiscard]] wl_client_info *find_cached_client(const ssid_profile_info *profile, const uint8_t *mac);
 

@@ -8,6 +8,7 @@
 #include "debug_log.h"
 #include "wl_synch.h"
 #include "wl_synch_internal.h"
+#include "wl_utils.h"
 
 namespace {
 
@@ -106,7 +107,7 @@ bool has_bandwidth(const ssid_profile_info *profile, const portal_cl_auth_info *
 }
 
 void start_packet(answer_t *answer) {
-    explicit_bzero(answer->payload.data, sizeof answer->payload.data);  // keys may have been there
+    wipe(answer->payload.data, sizeof answer->payload.data);  // keys may have been there
     answer->payload.data_len = 0;
     answer->end = answer->payload.data;
 }

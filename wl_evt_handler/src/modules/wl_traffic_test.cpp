@@ -12,8 +12,6 @@
 #include "wl_evt_payloads.h"
 #include "wl_ssid_profile.h"
 
-#define MAC_ARGS(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]
-
 namespace {
 
 constexpr size_t MAC_SIZE = 6;

@@ -13,6 +13,7 @@
 #include "payload.h"
 #include "wl_server.h"
 #include "wl_synch.h"
+#include "wl_utils.h"
 
 synch_tcp_pkt_info_t synch_tcp_pkt_info;
 char g_comm_vlan_iface_name[40];
@@ -55,11 +56,9 @@ app_header parsed(const wire_header &wire) {
     return header;
 }
 
-/// Client records carry keys: none is left on the heap. The empty statement keeps the compiler from dropping the wipe,
-/// and not every C library has explicit_bzero.
+/// Client records carry keys: none is left on the heap.
 void free_packet(uint8_t *packet, size_t length) {
-    std::memset(packet, 0, length);
-    asm volatile("" : : "r"(packet) : "memory");
+    wipe(packet, length);
     std::free(packet);
 }
 
