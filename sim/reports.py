@@ -31,6 +31,14 @@ APC_ID, VLAN, CLIENT_IP, DNS_SERVER, DHCP_SERVER, CONFLICT_MAC, AAA_SERVER = 11,
 
 # Items of a forwarded event.
 EVENT_SUB, EVENT_VALUE, EVENT_SSID, EVENT_VLAN, EVENT_SERVER, EVENT_CONFLICT_MAC = 1, 2, 3, 4, 5, 6
+_EVENT_ITEMS = {
+    EVENT_SUB: "sub-code",
+    EVENT_VALUE: "value",
+    EVENT_SSID: "network",
+    EVENT_VLAN: "VLAN",
+    EVENT_SERVER: "server",
+    EVENT_CONFLICT_MAC: "other station",
+}
 
 FAILURES = {
     1: "association refused, the access point is full",
@@ -41,9 +49,9 @@ FAILURES = {
     7: "wrong passphrase",
     8: "key handshake failed",
     9: "roaming failed",
-    10: "captive-portal login failed (10)",
-    11: "captive-portal login failed (11)",
-    12: "captive-portal login failed (12)",
+    10: "captive-portal login failed",
+    11: "captive-portal login failed",
+    12: "captive-portal login failed",
     13: "no answer from DHCP",
     14: "no answer from DNS",
     16: "authentication refused",
@@ -68,10 +76,18 @@ def _ms(value: bytes) -> str:
     return _number(value) + " ms"
 
 
-def _ago(value: bytes) -> str:
-    """Microseconds since a step of the attempt; 0 is a step that was not made."""
+def _ms_ago(value: bytes) -> str:
+    return _duration(int.from_bytes(value, "big")) + " ago"
+
+
+def _us_ago(value: bytes) -> str:
+    """Time since a step of the attempt; 0 is a step that was not made."""
     passed = int.from_bytes(value, "big")
-    return f"{passed / 1000:.1f} ms ago" if passed else "never"
+    return _duration(passed // 1000) + " ago" if passed else "never"
+
+
+def _duration(milliseconds: int) -> str:
+    return f"{milliseconds} ms" if milliseconds < 10_000 else f"{milliseconds / 1000:.1f} s"
 
 
 # Of each item of a report its name, the length of its value (None: any) and how it reads.
@@ -81,10 +97,10 @@ _ITEMS = {
     AAA_LATENCY: ("RADIUS took", 4, _ms),
     DHCP_LATENCY: ("DHCP took", 4, _ms),
     DNS_LATENCY: ("DNS took", 4, _ms),
-    SINCE_ASSOC: ("associated", 4, _ago),
-    SINCE_AUTH: ("authorised", 4, _ago),
-    SINCE_NETWORK: ("got an address", 4, _ago),
-    SINCE_STAGE: ("last step", 4, lambda value: _ms(value) + " ago"),
+    SINCE_ASSOC: ("associated", 4, _us_ago),
+    SINCE_AUTH: ("authorised", 4, _us_ago),
+    SINCE_NETWORK: ("got an address", 4, _us_ago),
+    SINCE_STAGE: ("last step", 4, _ms_ago),
     APC_ID: ("APC identifier", None, lambda value: value.decode("ascii")),
     VLAN: ("VLAN", 2, _number),
     CLIENT_IP: ("client address", 4, _ip),
@@ -172,13 +188,15 @@ class Forwarded:
 
     def __str__(self) -> str:
         where = f" at {self.bssid}" if self.bssid else ""
-        shown = ", ".join(f"item {kind}: {_readable(value)}" for kind, value in self.items)
+        shown = ", ".join(f"{_EVENT_ITEMS.get(kind, kind)} {_readable(kind, value)}" for kind, value in self.items)
         return f"{self.mac}{where}, info {self.info}, {shown}"
 
 
-def _readable(value: bytes) -> str:
+def _readable(kind: int, value: bytes) -> str:
+    if kind in (EVENT_SUB, EVENT_VLAN):
+        return _number(value)
     text = value.decode("ascii", "replace")
-    return text if len(value) != 4 and text.isprintable() and text else value.hex(" ")
+    return f'"{text}"' if text.isprintable() and text.isascii() else value.hex(" ")
 
 
 def _text(mac: str) -> bytes:

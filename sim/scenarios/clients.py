@@ -85,9 +85,9 @@ def let_pass(stage: Stage, seconds: int) -> None:
     stage.clock.let_pass(seconds)
 
 
-def show_lines(stage: Stage, mac: str) -> None:
-    """Shows what the system log tells of a client."""
-    for line in stage.ap.syslog:
+def show_lines(stage: Stage, mac: str, since: int = 0) -> None:
+    """Shows what the system log tells of a client, leaving out the first `since` lines."""
+    for line in stage.ap.syslog[since:]:
         if mac.upper() in line.text:
             show("syslog", line.text)
 
