@@ -168,15 +168,18 @@ TEST_F(ClientRecord, CopiesAnSsidOf32CharactersAndEndsIt) {
 TEST_F(ClientRecord, DoesNotReadBeyondTheSsid) {
     byte_string mac = mac_of(1);
     char vap[] = "ath0";
-    const std::unique_ptr<char[]> name(new char[3]{'a', 'b', 'c'});
-    wl_evt_info_t request{};
-    request.cl_mac = mac.data();
-    request.name = vap;
-    request.ssid = name.get();
-    request.ssid_len = 3;
-    cl_conn_evt_rec *const rec = create_rec(&request);
-    EXPECT_STREQ(rec->cl_info.ssid, "abc");
-    clrec_free(rec);
+    for (const std::string text : {"abc", "abcd"}) {
+        const std::unique_ptr<char[]> name(new char[text.size()]);  // of just its size
+        text.copy(name.get(), text.size());
+        wl_evt_info_t request{};
+        request.cl_mac = mac.data();
+        request.name = vap;
+        request.ssid = name.get();
+        request.ssid_len = 3;
+        cl_conn_evt_rec *const rec = create_rec(&request);
+        EXPECT_STREQ(rec->cl_info.ssid, "abc");
+        clrec_free(rec);
+    }
 }
 
 TEST_F(ClientRecord, HasAnEmptyBssidWithoutOne) {
@@ -636,6 +639,15 @@ TEST_F(ClientRecord, ThreeDhcpSubsStartTheWatch) {
         deliver({.info = 14, .sub = sub});
         EXPECT_EQ(rec.dhcp_timestamp, sub == 1 || sub == 3 || sub == 8 ? now() : 0u) << sub;
     }
+}
+
+TEST_F(ClientRecord, ASubOfDhcpIsComparedWhole) {
+    cl_conn_evt_rec &rec = begin();
+    for (const uint16_t sub : {0x0101, 0x0103, 0x0108, 0x0105})
+        deliver({.info = 14, .sub = sub, .value = SERVER});
+    EXPECT_EQ(rec.dhcp_timestamp, 0u);
+    EXPECT_EQ(rec.dhcp_latency, 0u);
+    EXPECT_EQ(rec.dhcp_server_ip, 0u);
 }
 
 TEST_F(ClientRecord, TheAnswerOfDhcpTakesTheTimeAndTheServer) {
