@@ -5,18 +5,19 @@
 #include "payload.h"
 #include "wl_cl_info_internal.h"
 #include "wl_evt_payloads.h"
+#include "wl_info_codes.h"
 #include "wl_ssid_profile.h"
 #include "wl_utils.h"
 
 namespace {
 
-// Info codes of "VRE.cl_info", and the subinfo codes of each.
-constexpr uint32_t INFO_PMK = 100;
+// Subinfo codes of INFO_CLIENT_PMK.
 constexpr uint16_t PMK_ADD_FULLAUTH = 1;
 constexpr uint16_t PMK_ADD_OKC = 2;
 constexpr uint16_t PMK_DEL_FULLAUTH = 3;
 constexpr uint16_t PMK_DEL_OKC = 4;
-constexpr uint32_t INFO_PORTAL = 101;
+
+// Subinfo codes of INFO_CLIENT_PORTAL_LOGIN.
 constexpr uint16_t PORTAL_ADD = 1;
 constexpr uint16_t PORTAL_DEL = 2;
 
@@ -201,16 +202,16 @@ void handle_client_info(vre_iw_cmd_t e, void *buf, int len) {
            "[VRE_CL_INFO] : Received VRE_CL_INFO event with infocode : %d subinfocode : %d for "
            "client[%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]",
            info_code, info.subinfo_code, MAC_ARGS(info.cl_mac));
-    if (info.info_code != INFO_PMK && info.info_code != INFO_PORTAL)
+    if (info.info_code != INFO_CLIENT_PMK && info.info_code != INFO_CLIENT_PORTAL_LOGIN)
         WL_LOG(3, "Invalid info code in event VRE_CL_INFO");
-    else if (!(info.info_code == INFO_PMK ? handle_pmk_event(&info) : handle_portal_event(&info)))
+    else if (!(info.info_code == INFO_CLIENT_PMK ? handle_pmk_event(&info) : handle_portal_event(&info)))
         log_invalid_subinfo_code(__func__, e, info);
 }
 
 void handle_cl_pmk_add_evt(const wl_evt_info_t *info) {
     const uint16_t code = info->subinfo_code;
     if (!check_add_codes(__func__, info,
-                         info->info_code == INFO_PMK && (code == PMK_ADD_FULLAUTH || code == PMK_ADD_OKC)) ||
+                         info->info_code == INFO_CLIENT_PMK && (code == PMK_ADD_FULLAUTH || code == PMK_ADD_OKC)) ||
         !has_value(__func__, info))
         return;
     ssid_profile_info *const profile = find_profile(__func__, info->profile_id);
@@ -226,7 +227,7 @@ void handle_cl_pmk_add_evt(const wl_evt_info_t *info) {
 void handle_cl_pmk_del_evt(const wl_evt_info_t *info) {
     const uint16_t code = info->subinfo_code;
     if (!check_del_codes(__func__, info,
-                         info->info_code == INFO_PMK && (code == PMK_DEL_FULLAUTH || code == PMK_DEL_OKC)))
+                         info->info_code == INFO_CLIENT_PMK && (code == PMK_DEL_FULLAUTH || code == PMK_DEL_OKC)))
         return;
     ssid_profile_info *const profile = find_profile(__func__, info->profile_id);
     if (profile == nullptr)
@@ -254,7 +255,8 @@ void handle_cl_pmk_del_evt(const wl_evt_info_t *info) {
 }
 
 void handle_portal_cl_auth_add(const wl_evt_info_t *info) {
-    if (!check_add_codes(__func__, info, info->info_code == INFO_PORTAL && info->subinfo_code == PORTAL_ADD) ||
+    if (!check_add_codes(__func__, info,
+                         info->info_code == INFO_CLIENT_PORTAL_LOGIN && info->subinfo_code == PORTAL_ADD) ||
         !has_value(__func__, info))
         return;
     ssid_profile_info *const profile = find_profile(__func__, info->profile_id);
@@ -268,7 +270,8 @@ void handle_portal_cl_auth_add(const wl_evt_info_t *info) {
 }
 
 void handle_portal_cl_auth_del(const wl_evt_info_t *info) {
-    if (!check_del_codes(__func__, info, info->info_code == INFO_PORTAL && info->subinfo_code == PORTAL_DEL))
+    if (!check_del_codes(__func__, info,
+                         info->info_code == INFO_CLIENT_PORTAL_LOGIN && info->subinfo_code == PORTAL_DEL))
         return;
     ssid_profile_info *const profile = find_profile(__func__, info->profile_id);
     if (profile == nullptr)
