@@ -21,6 +21,9 @@ constexpr uint16_t PMK_DEL_OKC = 4;
 constexpr uint16_t PORTAL_ADD = 1;
 constexpr uint16_t PORTAL_DEL = 2;
 
+// Support tools search for the texts below as they stand. Odd ones are meant to be so: the two about invalid codes differ
+// in a blank, "Error  copying" has two, "[clmac]" is no conversion, and a portal login without memory is told as a key's.
+
 bool check_add_codes(const char *function, const wl_evt_info_t *info, bool good) {
     if (!good)
         WL_LOG_AS(function, 3, "Invalid info code [%d] or subinfocode[%d] for event type VRE_CL_INFO",
@@ -87,7 +90,16 @@ int store_pmk(const char *function, const wl_evt_info_t *info, wl_client_info *c
     return 0;
 }
 
-/// The login that the client had is deliberately not freed, for compatibility.
+/// Gives a holder a new login. The one that it had is deliberately not freed, for compatibility.
+///
+/// @return the login, the holder's; null when memory is short, and then it keeps the one that it had
+portal_cl_auth_info *renew_portal_login(portal_cl_info *portal) {
+    portal_cl_auth_info *const auth = get_new_portal_cl_auth_info();
+    if (auth != nullptr)
+        portal->portal_cl_auth_info = auth;
+    return auth;
+}
+
 int store_portal_login(const char *function, const wl_evt_info_t *info, wl_client_info *client) {
     if (client->portal_cl_info == nullptr)
         client->portal_cl_info = get_new_portal_cl_info();
@@ -96,12 +108,11 @@ int store_portal_login(const char *function, const wl_evt_info_t *info, wl_clien
         WL_LOG_AS(function, 3, "could not allocate memory for portal cl info");
         return -1;
     }
-    portal_cl_auth_info *const auth = get_new_portal_cl_auth_info();
+    portal_cl_auth_info *const auth = renew_portal_login(portal);
     if (auth == nullptr) {
         WL_LOG_AS(function, 3, "Could not allocate memory for pmk cl info");
         return -1;
     }
-    portal->portal_cl_auth_info = auth;
     if (fill_cl_portal_login_info_from_evt(payload_of(info), auth) < 0) {
         WL_LOG_AS(function, 3, "Error  copying the client info");
         std::free(auth);
@@ -266,6 +277,7 @@ void handle_portal_cl_auth_add(const wl_evt_info_t *info) {
     if (client == nullptr)
         WL_LOG(3, "Could not create client info record for [clmac]");
     else if (store_portal_login(__func__, info, client) < 0)
+        // A record lives only as long as it holds something: a new one goes, one with an earlier login stays.
         (void)decide_and_delete_client(profile, client);
 }
 
@@ -296,6 +308,8 @@ void handle_portal_cl_auth_del(const wl_evt_info_t *info) {
 }
 
 int fill_cl_pmk_info_from_evt(std::span<const uint8_t> payload, dot1x_pmk_cl_data *pmk) {
+    if (payload.data() == nullptr)
+        return -1;
     auto event = read_payload<vre_dot1x_pmk_evt_data>(payload.data(), static_cast<int64_t>(payload.size()));
     int result = copy_pmk(__func__, event, pmk);
     if (result == 0)
