@@ -1,6 +1,6 @@
 // The stream of a synch agent, read by the daemon while it comes in pieces, breaks off and comes again. The input is a
-// sequence of steps. A reader of its own says after each what the daemon must hold, and which packets it must have acted
-// on; the packets also reach the profiles.
+// sequence of steps. A reader of its own says after each what the daemon must hold, and which packets it must have
+// acted on; the packets also reach the profiles.
 #include <algorithm>
 #include <cerrno>
 #include <sys/socket.h>

@@ -1,5 +1,5 @@
-// Packets of the synch agent, one after the other, for a daemon that has profiles and clients. The input is a sequence of
-// a byte with the state before the step, two bytes with a length, and as many bytes: a packet, or a new client.
+// Packets of the synch agent, one after the other, for a daemon that has profiles and clients. The input is a sequence
+// of a byte with the state before the step, two bytes with a length, and as many bytes: a packet, or a new client.
 #include <algorithm>
 #include <memory>
 #include <sys/socket.h>

@@ -1,5 +1,5 @@
-// Receiving from the synch agent: how a packet is put together from a stream, what is made of it, and where the connection
-// is dropped.
+// Receiving from the synch agent: how a packet is put together from a stream, what is made of it, and where the
+// connection is dropped.
 #include "common_synch_fixture.h"
 
 #include <cerrno>

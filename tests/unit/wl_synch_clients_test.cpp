@@ -1,5 +1,5 @@
-// What the neighbours are told of the clients: which key, which login, the bytes of their records and how they are packed.
-// Wall clock 1'700'000'000, monotonic clock 1000 s unless a test sets them.
+// What the neighbours are told of the clients: which key, which login, the bytes of their records and how they are
+// packed. Wall clock 1'700'000'000, monotonic clock 1000 s unless a test sets them.
 #include <map>
 #include <set>
 

@@ -96,7 +96,8 @@ int parse_min_app_header(const uint8_t *buf, app_header *header);
 
 /// Receives what is there of a packet, at most one.
 ///
-/// @param info  holds the packet across calls; the caller zeroes its counters after a complete packet and after a failure
+/// @param info  holds the packet across calls; the caller zeroes its counters after a complete packet and after a
+///              failure
 /// @param err   SYNCH_ERROR_SIZE bytes; explains -1, and 1 when the read is to be tried again
 /// @return 0 complete, 1 incomplete, -1 when the connection is broken
 [[nodiscard]] int handle_synch_sock_tcp_read(int fd, synch_tcp_pkt_info_t *info, char *err);
@@ -109,6 +110,6 @@ void receive_synch_data();
 /// @return 0; -1 when it is malformed or memory is short
 int handle_synch_packet(const uint8_t *buf, int len);
 
-/// Drops the connection, if there is one; the main loop opens a new one and registers anew. What was received of a packet
-/// is forgotten.
+/// Drops the connection, if there is one; the main loop opens a new one and registers anew. What was received of a
+/// packet is forgotten.
 void break_synch_connection();

@@ -1,6 +1,6 @@
 /// Synchronisation of client data with the other access points through the synch agent: registers the SSIDs, answers
-/// requests for clients, asks the neighbours for theirs, announces portal logins. Framing is common_synch's. Main thread
-/// only.
+/// requests for clients, asks the neighbours for theirs, announces portal logins. Framing is common_synch's. Main
+/// thread only.
 #pragma once
 
 #include <cstdint>
@@ -57,15 +57,15 @@ void handle_rf_neighbor_list_update();
 /// @return 0 or -1
 int send_cl_info_req_packet(ssid_profile_info *profile, uint8_t flag);
 
-/// Sends the active clients of a profile, in as many packets as it takes. A packet that cannot be sent at once drops the
-/// connection, and the rest of the answer with it.
+/// Sends the active clients of a profile, in as many packets as it takes. A packet that cannot be sent at once drops
+/// the connection, and the rest of the answer with it.
 void send_all_cl_info_for_ssid(ssid_profile_info *profile, const app_header *request);
 
 /// Announces the portal login of a client that has become active.
 void send_cl_portal_login_packet(ssid_profile_info *profile, wl_client_info *client);
 
-/// Reads the name of the communication VLAN's interface, g_comm_vlan_iface_name, from the sensor's configuration. Without
-/// that file the name stays as it is.
+/// Reads the name of the communication VLAN's interface, g_comm_vlan_iface_name, from the sensor's configuration.
+/// Without that file the name stays as it is.
 void set_comm_vlan_iface_name();
 
 /// @param name  at most 15 characters of it are looked at; may be null
