@@ -68,7 +68,7 @@ void send_cl_portal_login_packet(ssid_profile_info *profile, wl_client_info *cli
 /// Without that file the name stays as it is.
 void set_comm_vlan_iface_name();
 
-/// @param name  at most 15 characters of it are looked at; may be null
+/// @param name  the kernel is asked for its first 15 characters; may be null
 /// @return 0 when the interface is up and running, else -1
 [[nodiscard]] int is_iface_up(const char *name);
 
