@@ -36,6 +36,11 @@ byte_string repeated(size_t count, uint8_t byte) {
     return byte_string(count, byte);
 }
 
+/// The wall clock some seconds after the last that 31 bits hold; where its type has 32 bits it is negative.
+time_t behind_the_wrap(int seconds) {
+    return static_cast<time_t>(int64_t{INT32_MAX} + seconds);
+}
+
 /// The header and the application id of an answer to `ask()`.
 byte_string answer_header(size_t length) {
     return bytes_of("01 0A 02 00 02 03") + big_endian_bytes(length, 2) + bytes_of("02 00 00 00 00 09 'net'");
@@ -306,12 +311,36 @@ TEST_F(SynchClients, AClientOfWhichNothingIsLeftToTellIsSilentlySkipped) {
     EXPECT_EQ(get_cl_data_len(profile, client, WALL, &now), 0U);
 }
 
-TEST_F(SynchClients, TimesFarApartAreComparedAsTheyAre) {
-    portal_cl_auth_info *const auth = add_login(client, WALL, INT32_MIN);
+TEST_F(SynchClients, ALoginOutlivesTheWrapOfTheClock) {
+    const byte_string start = bytes_of("08 14 '02:00:00:00:00:01' 00 00 00 07 0C '192.168.1.20' ");
+    test_time = INT32_MAX - 9;
+    portal_cl_auth_info *const auth = add_login(client, INT32_MIN + 20, INT32_MIN + 50);
+    EXPECT_EQ(items(2), start + bytes_of("06 04 00 00 00 1E 10 04 00 00 00 1E"));
+    auth->expire = INT32_MAX - 10;
+    EXPECT_EQ(items(2), start + bytes_of("06 04 00 00 00 01 10 04 00 00 00 3C"));
+    test_time = behind_the_wrap(50);
+    EXPECT_EQ(items(2), start + bytes_of("06 04 00 00 00 01 10 04 00 00 00 01"));
+    for (const int seconds : {51, 52, 1000}) {
+        test_time = behind_the_wrap(seconds);
+        ask();
+        EXPECT_EQ(sent(), packets{}) << seconds;
+    }
+}
+
+TEST_F(SynchClients, ABlackoutThatEndedBeforeTheWrapIsOver) {
+    test_time = behind_the_wrap(1);
+    add_login(client, INT32_MAX - 100, INT32_MAX);
     ask();
     EXPECT_EQ(sent(), packets{});
-    auth->blackout_expire = INT32_MAX;
-    auth->expire = INT32_MIN;
+}
+
+TEST_F(SynchClients, TimesFarApartAreComparedByTheir32Bits) {
+    portal_cl_auth_info *const auth = add_login(client, INT32_MIN, INT32_MAX);
+    EXPECT_EQ(items(2).size(), 48U);
+    auth->blackout_expire = WALL + INT32_MIN;  // as far ahead as behind: over
+    ask();
+    EXPECT_EQ(sent(), packets{});
+    auth->blackout_expire--;  // reads as 2^31 - 1 ahead
     EXPECT_EQ(items(2).size(), 48U);
 }
 

@@ -22,7 +22,7 @@ int32_t wall_clock_seconds();
 /// @return null when there is none
 [[nodiscard]] const dot1x_pmk_cl_data *pmk_to_send(const wl_client_info *client, const os_reltime *now);
 
-/// The portal login of a client whose blackout lies ahead.
+/// The portal login of a client whose blackout lies ahead, by the 32 bits of both times: also across their wrap.
 ///
 /// @param cur_time  seconds of the wall clock
 /// @return null when there is none
