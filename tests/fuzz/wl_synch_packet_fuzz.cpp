@@ -139,7 +139,7 @@ void step(uint8_t state, uint8_t *bytes, size_t length) {
     if ((state & ADD_CLIENT) != 0)
         add_client(read_payload<client_description>(bytes, static_cast<int64_t>(length)));
     else
-        handle_synch_packet(bytes, static_cast<int>(length));
+        (void)handle_synch_packet(bytes, static_cast<int>(length));
     if ((state & RETRY) != 0 && g_synch_nack_count != 0)
         check_and_register_ssids(0);
     if ((state & AGENT_READS) != 0)

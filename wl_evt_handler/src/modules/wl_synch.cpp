@@ -185,8 +185,8 @@ void send_cl_portal_login_packet(ssid_profile_info *profile, wl_client_info *cli
     const int32_t cur_time = wall_clock_seconds();
     const portal_cl_auth_info *const auth = portal_login_to_send(client, cur_time);
     if (auth == nullptr) {
-        // Deliberately also for a client without any portal login: else the line that follows every 802.1X authorisation
-        // in the log would be missing.
+        // Deliberately also for a client without any portal login: else the line that follows every 802.1X
+        // authorisation in the log would be missing.
         WL_LOG(3, "Completed with blaskout time. This entry should have been deleted. Not sending synch pakcet.");
         return;
     }
