@@ -3,7 +3,6 @@
 #include <map>
 #include <set>
 
-#include "test_clock.h"
 #include "wl_synch_fixture.h"
 #include "wl_synch_internal.h"
 
@@ -11,13 +10,22 @@ namespace {
 
 constexpr int32_t WALL = 1'700'000'000;
 
+time_t test_time;
 int32_t monotonic;
 bool clocks_fail;
+int wall_clock_reads;
+int monotonic_reads;
 char request_ssid[] = "net";
 
 }  // namespace
 
+extern "C" time_t __wrap_time(time_t *) {
+    wall_clock_reads++;
+    return test_time;
+}
+
 extern "C" int __wrap__Z14os_get_reltimeP10os_reltime(os_reltime *now) {
+    monotonic_reads++;
     if (clocks_fail)
         return -1;
     *now = {monotonic, 999'999};
@@ -389,6 +397,38 @@ TEST_F(SynchClients, AHundredClientsGoInPacketsOfFifteen) {
     EXPECT_EQ(clients.size(), 100U);
 }
 
+TEST_F(SynchClients, TheClocksAreReadOncePerAnswer) {
+    for (uint16_t number = 1; number <= 40; number++) {
+        wl_client_info *const each = number == 1 ? client : add_client(profile, number);
+        add_key(each, "twenty-characters-id");
+        add_login(each, WALL + 60, WALL + 100);
+    }
+    wall_clock_reads = monotonic_reads = 0;
+    ask();
+    EXPECT_GT(sent().size(), 1U);
+    EXPECT_EQ(wall_clock_reads, 1);
+    EXPECT_EQ(monotonic_reads, 1);
+}
+
+TEST_F(SynchClients, APacketWithoutMemoryIsMissingFromItsAnswer) {
+    for (uint16_t number = 1; number <= 46; number++)
+        add_key(number == 1 ? client : add_client(profile, number), "twenty-characters-id");
+    ask();
+    const packets whole = sent();
+    ASSERT_EQ(whole.size(), 4U);
+    const int connection = g_synch_sock;
+    for (int failed = 1; failed <= 5; failed++) {
+        packets expected = whole;
+        if (failed <= 4)
+            expected.erase(expected.begin() + failed - 1);
+        fail_nth_call("calloc", failed);
+        EXPECT_EQ(lines_at_level(6, [this] { ask(); }), failed <= 4 ? lines{NO_MEMORY} : lines{}) << failed;
+        EXPECT_EQ(faults_fired("calloc"), failed <= 4 ? 1 : 0);
+        EXPECT_EQ(sent(), expected) << failed;
+        EXPECT_EQ(g_synch_sock, connection);
+    }
+}
+
 TEST_F(SynchClients, APayloadIsSentBeforeItReaches1200Bytes) {
     add_key(client, std::string(543, 'i'));  // 600 bytes
     dot1x_pmk_cl_data *const next = add_key(add_client(profile, 2), std::string(543, 'i'));
@@ -438,11 +478,8 @@ TEST_F(SynchClients, TheRestOfAnAnswerIsDroppedWithItsConnection) {
         add_key(number == 1 ? client : add_client(profile, number), "twenty-characters-id");
     stop_agent();
     const lines log = lines_at_level(3, [this] { ask(); });
-    const lines expected{
-        "send_packet_to_synch_agent: error in sending packet to sunch agent. send() failed [Broken pipe]",
-        "send_packet_to_synch_agent: error in sending packet to sunch agent. send() failed [Bad file descriptor]",
-        "send_packet_to_synch_agent: error in sending packet to sunch agent. send() failed [Bad file descriptor]"};
-    EXPECT_EQ(log, expected);
+    EXPECT_EQ(log, (lines{send_failed("Broken pipe"), send_failed("Bad file descriptor"),
+                          send_failed("Bad file descriptor")}));
     EXPECT_EQ(g_synch_sock, -1);
     EXPECT_EQ(profile->synch_registered, 0);
 }
