@@ -1,6 +1,6 @@
 // The stream of a synch agent, read by the daemon while it comes in pieces, breaks off and comes again. The input is a
-// sequence of steps. A reader of its own says after each what the daemon must hold, which packets it must have acted on,
-// what they must have made of the profile, and whether the daemon has found the connection broken when it answered.
+// sequence of steps. A reader of its own says after each what the daemon must hold, which packets it must have acted
+// on, what they must have made of the profile, and whether the daemon has found the connection broken when it answered.
 #include <algorithm>
 #include <cerrno>
 #include <sys/socket.h>

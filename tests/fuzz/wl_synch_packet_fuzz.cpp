@@ -8,6 +8,7 @@
 #include "common_synch.h"
 #include "payload.h"
 #include "profile_files.h"
+#include "synch_packets.h"
 #include "wl_server.h"
 #include "wl_synch.h"
 
@@ -115,13 +116,10 @@ void set_state(uint8_t state) {
     }
 }
 
-/// Every packet that has been sent is as long as its header says.
 void read_packets() {
     uint8_t packet[8192];
-    for (ssize_t size; (size = recv(agent, packet, sizeof packet, MSG_DONTWAIT)) > 0;) {
-        require(size >= ssize_t{SYNCH_HEADER_SIZE} && packet[0] == 1 && packet[3] == 0);
-        require(size == ssize_t{SYNCH_HEADER_SIZE} + packet[5] + packet[6] * 256 + packet[7]);
-    }
+    for (ssize_t size; (size = recv(agent, packet, sizeof packet, MSG_DONTWAIT)) > 0;)
+        check_sent({packet, static_cast<size_t>(size)});
 }
 
 /// Profiles that are to be registered again are counted, and none is registered without a connection.
