@@ -33,11 +33,12 @@ inline bool take_text(byte_view &items, uint8_t type, size_t longest) {
 inline bool is_end_of_key(byte_view items) {
     if (!take_item(items, 4, 1))
         return false;
+    constexpr uint8_t VLAN_0[] = {6, 4, 0, 0, 0, 0};
+    const bool is_vlan_0 = items.size() >= sizeof VLAN_0 && std::equal(VLAN_0, VLAN_0 + sizeof VLAN_0, items.begin());
     (void)take_item(items, 6, 4);
     (void)take_item(items, 7, 8);
     (void)take_item(items, 9, 4);
-    (void)take_item(items, 8, 1);
-    return items.empty();
+    return take_item(items, 8, 1) == is_vlan_0 && items.empty();
 }
 
 /// An identity may be longer than its length byte says, by multiples of 256: one of them makes the rest fit.
