@@ -1,4 +1,5 @@
-// What leaves: the report of an attempt on the bus, the record of every client event on the bus, stored records in dumps.
+// What leaves: the report of an attempt on the bus, the record of every client event on the bus, stored records in
+// dumps.
 #include <algorithm>
 #include <cstring>
 #include <ctime>
