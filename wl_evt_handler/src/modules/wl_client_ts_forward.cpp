@@ -68,14 +68,14 @@ void put_value(packet &out, const wl_evt_info_t &evt) {
     const size_t length = evt.subinfo_value_len;
     if (evt.info_code == INFO_CLIENT_PMK || evt.info_code == INFO_CLIENT_PORTAL_LOGIN)
         return;
+    if (evt.subinfo_code == SUBINFO_VLAN_ASSIGNED) {
+        if (value != nullptr && length >= sizeof(be_u32))
+            put_item(out, FORWARD_VALUE, value, length);
+        return;
+    }
     if (value == nullptr) {
         if (evt.info_code == INFO_BANDWIDTH)
             put_bandwidth(out, evt);
-        return;
-    }
-    if (evt.subinfo_code == SUBINFO_VLAN_ASSIGNED) {
-        if (length >= sizeof(be_u32))
-            put_item(out, FORWARD_VALUE, value, length);
         return;
     }
     switch (evt.info_code) {
