@@ -376,8 +376,11 @@ TEST_F(ApcId, IsCutToItsBuffer) {
 TEST_F(ApcId, IsNotWrittenWithoutABuffer) {
     for (const int length : {0, -1, -2147483647 - 1}) {
         char text = '#';
+        log_capture log(6);
         EXPECT_EQ(apc_generate_id(CLIENT.data(), BSSID.data(), &text, length), 0);
         EXPECT_EQ(text, '#');
+        EXPECT_EQ(log.lines(), (lines{generator_says("Received clmac: 00:1A:2B:3C:4D:5E, bssid:  02:11:22:A1:B2:C3"),
+                                      generator_says("Open timestamp file failed")}));
     }
 }
 
