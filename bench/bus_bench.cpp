@@ -1,7 +1,7 @@
 // Messages per second through handle_wl_evt to one trivial handler, against a bare loop of select and mq_receive on the
-// same queue. The queue is filled to the brim between the measured stretches: with a sender at work meanwhile, the figures
-// are those of the scheduler. A second is one of the processor's: the loops never wait, so what else the machine does hardly
-// counts. They take turns, so that the rest falls on both.
+// same queue. The queue is filled to the brim between the measured stretches: with a sender at work meanwhile, the
+// figures are those of the scheduler. A second is one of the processor's: the loops never wait, so what else the
+// machine does hardly counts. They take turns, so that the rest falls on both.
 #include <algorithm>
 #include <array>
 #include <cerrno>

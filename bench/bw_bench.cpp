@@ -1,6 +1,6 @@
-// What bandwidth control costs: the event thread's time from a "VRE.bw.set" to its command in the queue, the replay of a
-// long log at the daemon's start, and the memory of full tables. Each figure is taken in a process of its own. The script
-// is missing, so the worker spends its time between the tries of the first command.
+// What bandwidth control costs: the event thread's time from a "VRE.bw.set" to its command in the queue, the replay of
+// a long log at the daemon's start, and the memory of full tables. Each figure is taken in a process of its own. The
+// script is missing, so the worker spends its time between the tries of the first command.
 #include <algorithm>
 #include <array>
 #include <chrono>

@@ -4,8 +4,8 @@
         ap.send_event("VRE.bw.events", coded(0, u16(7)))
         ap.wait_for_log("Setting debug level to WL_DBG_DEBUG")
 
-Whatever is waited for is waited for until it is there, with a limit. What the daemon leaves behind is removed at the end
-of the `with` block; files that it shall find are written before.
+Whatever is waited for is waited for until it is there, with a limit. What the daemon leaves behind is removed at the
+end of the `with` block; files that it shall find are written before.
 """
 
 from __future__ import annotations
@@ -23,6 +23,7 @@ from sim.background import DEFAULT_LIMIT, wait_until
 from sim.syslog_collector import SyslogCollector, SyslogLine
 
 ROOT_FILES = os.path.join(os.path.dirname(__file__), "rootfs")
+PROGRAMS = "/opt/ap/bin"  # of sim/rootfs, which the daemon shall find before the machine's own
 LOG = "/tmp/wl.log"
 CRASH_RECORD = "/opt/sensor/stacktrace_wl_evt_handler"
 SANITIZER_REPORTS = "/tmp/wl_sanitizer"
@@ -118,8 +119,9 @@ class AccessPoint:
     # The daemon's process
 
     def start(self, *, until: Callable[[], object] | None = None, limit: float = DEFAULT_LIMIT) -> None:
-        """Starts the daemon and waits until it has detached and serves its queue, or until the given condition holds."""
-        environment = {**os.environ, **_sanitizers_report_to_files()}
+        """Starts the daemon and waits until it has detached and serves its queue, or until the condition holds."""
+        path = f"{PROGRAMS}:{os.environ.get('PATH', os.defpath)}"
+        environment = {**os.environ, "PATH": path, **_sanitizers_report_to_files()}
         launched = subprocess.run(
             self.command, env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=limit, check=False
         )
@@ -193,8 +195,8 @@ class AccessPoint:
     def settle(self, limit: float = DEFAULT_LIMIT) -> None:
         """Waits until the daemon has dealt with every event sent so far. ProcessLookupError when it has ended.
 
-        The main loop serves the bus before the reload socket, so with an empty queue an answer there means that the last
-        event is done.
+        The main loop serves the bus before the reload socket, so with an empty queue an answer there means that the
+        last event is done.
         """
 
         def while_alive(result: object) -> object:

@@ -4,6 +4,8 @@ from __future__ import annotations
 
 import os
 import subprocess
+from collections.abc import Iterator
+from contextlib import contextmanager, suppress
 
 from sim.events import (
     BW_DOWNLOAD_LIMIT,
@@ -71,25 +73,39 @@ def cache() -> list[bytes]:
     return [content[at : at + RECORD_SIZE] for at in range(0, len(content), RECORD_SIZE)]
 
 
-def make_interface_pair() -> bool:
-    """Makes the interfaces on which the script drives the kernel's traffic control. Result: whether the kernel allows."""
-    pair = ["ip", "link", "add", PAIR[0], "type", "veth", "peer", "name", PAIR[1]]
+@contextmanager
+def interface_pair() -> Iterator[None]:
+    """Makes the interfaces on which the script drives the kernel's traffic control, where the kernel allows it."""
+    _ip("add", PAIR[0], "type", "veth", "peer", "name", PAIR[1])
     try:
-        return subprocess.run(pair, capture_output=True, check=False).returncode == 0 and classes(PAIR[0]) is not None
-    except FileNotFoundError:
-        return False
+        yield
+    finally:
+        _ip("delete", PAIR[0])
 
 
-def remove_interface_pair() -> None:
-    subprocess.run(["ip", "link", "delete", PAIR[0]], capture_output=True, check=False)
+def _ip(*arguments: str) -> None:
+    with suppress(FileNotFoundError):
+        subprocess.run(["ip", "link", *arguments], capture_output=True, check=False)
+
+
+def in_kernel() -> bool:
+    """Whether limits reach the kernel's traffic control: it may offer none, or the interface pair may be missing."""
+    return classes(PAIR[0]) is not None
 
 
 def classes(interface: str) -> str | None:
     """What the kernel says of an interface's classes; None without traffic control."""
+    return _tc("-s", "class", "show", "dev", interface)
+
+
+def filters(interface: str) -> str | None:
+    """What the kernel says of an interface's filters; None without traffic control."""
+    return _tc("filter", "show", "dev", interface)
+
+
+def _tc(*arguments: str) -> str | None:
     try:
-        shown = subprocess.run(
-            ["tc", "-s", "class", "show", "dev", interface], capture_output=True, text=True, check=False
-        )
+        shown = subprocess.run(["tc", *arguments], capture_output=True, text=True, check=False)
     except FileNotFoundError:
         return None
     return shown.stdout if shown.returncode == 0 else None

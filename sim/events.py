@@ -6,6 +6,7 @@ each a tag, a length and a value.
 
 from __future__ import annotations
 
+import socket
 import struct
 
 # Index of each event that has a name; the others of 0 to 107 have none.
@@ -131,6 +132,9 @@ VLAN_RECORD = struct.Struct(">H512si")
 VLAN_REQUEST = 1
 VLAN_INFORMATION = 2
 VLAN_BITMAP_COMPLETE = -1
+TRAFFIC_TEST_RECORD = struct.Struct(">BH16s6s4sH")
+TRAFFIC_TEST_CLIENT = 1
+TRAFFIC_TEST_SERVER = 2
 
 
 def mac_bytes(text: str) -> bytes:
@@ -181,6 +185,18 @@ def vlan_information(vlans: set[int], vlan: int = VLAN_BITMAP_COMPLETE, message:
     for seen in vlans:
         bitmap[seen // 8] |= 1 << seen % 8
     return VLAN_RECORD.pack(message, bytes(bitmap), vlan)
+
+
+def traffic_test_details(
+    party: int, mac: str, ip: str, *, port: int = 0, profile_id: int = 0, vap: str = ""
+) -> bytes:
+    """The record of "VRE.Target.AP.Traffic.details"; port, profile and VAP are the server's to tell."""
+    return TRAFFIC_TEST_RECORD.pack(party, profile_id, vap.encode(), mac_bytes(mac), socket.inet_aton(ip), port)
+
+
+def traffic_test_pid(mac: str, pid: int) -> bytes:
+    """The record of "VRE.Target.AP.Traffic.PID"."""
+    return mac_bytes(mac) + struct.pack(">i", pid)
 
 
 def _describe_vlan_record(payload: bytes) -> str:

@@ -21,6 +21,7 @@ PATTERNS = (
     "/tmp/ap_logging_evt_cache",
     "/tmp/conn_status",
     "/tmp/offline",
+    "/tmp/target_ap_log",
     "/tmp/time.offset",
     "/opt/ap",
     "/opt/sensor",

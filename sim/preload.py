@@ -9,7 +9,7 @@ DIRECTORY = "/tmp/sim"
 
 
 def _linked(library: str) -> str:
-    """A name of the library without the blanks and colons of the project's path, at which the loader splits its list."""
+    """A name of the library without blanks and colons, at which the loader splits its list."""
     link = f"{DIRECTORY}/{os.path.basename(library)}"
     os.makedirs(DIRECTORY, exist_ok=True)
     if not os.path.islink(link):

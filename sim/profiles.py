@@ -32,6 +32,13 @@ def usable(profile_id: int, ssid: str, vaps: str, **more: object) -> dict[str, o
     }
 
 
+def shared(profile_id: int, ssid: str, vaps: str = "ath0", **more: object) -> dict[str, object]:
+    """The keys of a profile with 802.1X whose clients are shared with the neighbours, over an interface that is up."""
+    return usable(
+        profile_id, ssid, vaps, **{"AP_SECFILE": "EAP", "IAPC_ENABLE": 2, "ExternalDevice": "lo", **more}
+    )
+
+
 def remove_profile(profile_id: int) -> None:
     shutil.rmtree(folder(profile_id))
 

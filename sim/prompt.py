@@ -9,9 +9,10 @@ import subprocess
 import sys
 import time
 
-from sim import bus, reload
+from sim import bandwidth, bus, reload
 from sim.access_point import CRASH_RECORD, LOG
-from sim.events import INDICES, NAMES, coded, describe, typical, u16, vlan_information
+from sim.agent.agent import ACCEPT, IGNORE, REFUSE
+from sim.events import BW_APPLY_RULE, INDICES, NAMES, coded, describe, item, typical, u16, vlan_information
 from sim.stage import Stage, show
 
 HELP = """\
@@ -19,8 +20,13 @@ HELP = """\
   steer CODE          send a smart-steering event with this code
   vlans V,V,...       report VLANs as the sensor does (0 is untagged traffic)
   send EVENT [HEX]    send any event; without HEX with a typical payload ("events" lists the names)
+  limit WHO UP DOWN   limit a client (its MAC) or the "ssid", kbit/s: "limit 02:00:00:00:00:01 500 1000"
+  clear WHO           clear that limit: "clear 02:00:00:00:00:01"
+  fail TIMES HOW      make the traffic-control script fail: "fail 2 exit 7", "fail 1 hang", "fail always signal KILL"
+  tc                  the script's runs so far, the kernel's classes and filters; a run may take five seconds to come
   flood N             send N authorisations of a client
   reload TEXT         send a reload command as it is, trailing blank too: "reload APPL_SANITY_TEST "
+  agent WORD [SSID]   the synch agent: ask, accept, refuse or ignore SSID; changed (neighbours); stop, start, restart
   log [N]             the last N lines of the debug log (20)
   bus                 the queues, and what the daemon has published
   syslog              the system log
@@ -35,7 +41,18 @@ From another terminal, in the project's directory:
   sim/enter python3 -m sim.reload "7 SET_DEBUG_LEVEL"
   sim/enter python3 -m sim.bus send VRE.bw.events {coded(0, u16(7)).hex()}
   sim/enter python3 -m sim.bus listen /hostapd
+  sim/enter tail -f {bandwidth.RECORD}    (the arguments of each run of the traffic-control script)
+  sim/enter tc -s class show dev {bandwidth.PAIR[0]}
   sim/enter                                    (a shell)"""
+
+
+SSID = "ssid"
+PROFILE = 7
+
+
+def _address(who: str) -> str:
+    """The MAC of a request for a client or for the whole SSID."""
+    return "00:00:00:00:00:00" if who == SSID else who
 
 
 class Prompt(cmd.Cmd):
@@ -91,6 +108,32 @@ class Prompt(cmd.Cmd):
             return
         self.stage.send(event, bytes.fromhex(digits) if digits else typical(event))
 
+    def do_limit(self, arg: str) -> None:
+        who, up, down = arg.split()
+        payload = bandwidth.limit(_address(who), PROFILE, int(up), int(down), bss=who == SSID)
+        self.stage.send("VRE.bw.set", payload + (b"" if who == SSID else item(BW_APPLY_RULE)))
+
+    def do_clear(self, arg: str) -> None:
+        (who,) = arg.split()
+        self.stage.send("VRE.bw.clr", bandwidth.clear(_address(who), PROFILE, bss=who == SSID))
+
+    def do_fail(self, arg: str) -> None:
+        times, kind, *detail = arg.split()
+        if times != "always" and int(times) < 1:
+            raise ValueError
+        if {"exit": 1, "signal": 1, "hang": 0}.get(kind) != len(detail):
+            raise ValueError
+        bandwidth.fail(arg)
+
+    def do_tc(self, arg: str) -> None:
+        show("file", "\n".join([bandwidth.RECORD, *bandwidth.commands()]))
+        if not bandwidth.in_kernel():
+            print("  the kernel offers no traffic control here")
+            return
+        for interface in bandwidth.PAIR:
+            shown = (bandwidth.classes(interface) or "") + (bandwidth.filters(interface) or "")
+            show("file", f"tc -s class show dev {interface}; tc filter show dev {interface}\n{shown}")
+
     def do_flood(self, arg: str) -> None:
         count = int(arg)
         began = time.monotonic()
@@ -114,6 +157,24 @@ class Prompt(cmd.Cmd):
         if command == "reload":
             arg = line.rstrip("\n").lstrip().partition(" ")[2]
         return command, arg, stripped
+
+    def do_agent(self, arg: str) -> None:
+        word, _, ssid = arg.partition(" ")
+        agent = self.stage.agent
+        if agent is None:
+            print("  no agent: a scenario has failed before it could start one")
+        elif word in (ACCEPT, REFUSE, IGNORE) and ssid:
+            agent.answer_for[ssid] = word
+        elif word == "ask" and ssid:
+            agent.ask_for_clients(ssid)
+        elif word == "changed":
+            agent.report_neighbours_changed()
+        elif word in ("start", "stop", "restart"):
+            getattr(agent, word)()
+        else:
+            raise ValueError
+        for _ in range(2):  # one turn of the daemon to notice, one to act
+            self.stage.ap.settle()
 
     def do_log(self, arg: str) -> None:
         for record in self.stage.ap.log()[-int(arg or 20) :]:

@@ -11,6 +11,7 @@ import time
 from contextlib import closing
 
 from sim.access_point import AccessPoint
+from sim.bandwidth import interface_pair
 from sim.preload import preloaded
 from sim.prompt import stay
 from sim.scenarios import SCENARIOS
@@ -29,17 +30,18 @@ def main() -> int:
 
     began = time.monotonic()
     wireless = Wireless(*VAPS)
-    with closing(wireless), AccessPoint(preloaded(arguments.command, [arguments.driver])) as access_point:
-        stage = Stage(access_point, wireless)
-        try:
-            for play in SCENARIOS:
-                play(stage)
-        except (TimeoutError, OSError) as failure:
-            stage.show_news()
-            stage.expect(False, str(failure))
-        print(f"\nSummary: {stage.summary()} ({time.monotonic() - began:.1f} s).", flush=True)
-        if arguments.stay:
-            stay(stage)
+    command = preloaded(arguments.command, [arguments.driver])
+    with closing(wireless), interface_pair(), AccessPoint(command) as access_point:
+        with closing(Stage(access_point, wireless, arguments.command)) as stage:
+            try:
+                for play in SCENARIOS:
+                    play(stage)
+            except (TimeoutError, OSError) as failure:
+                stage.show_news()
+                stage.expect(False, str(failure))
+            print(f"\nSummary: {stage.summary()} ({time.monotonic() - began:.1f} s).", flush=True)
+            if arguments.stay:
+                stay(stage)
     return 1 if stage.failed else 0
 
 

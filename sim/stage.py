@@ -1,19 +1,37 @@
-"""What a scenario plays on: it acts on the access point, shows what the daemon does, and counts what came as expected."""
+"""What a scenario plays on: it acts on the access point, shows what the daemon does and counts what is as expected."""
 
 from __future__ import annotations
 
 import os
 import sys
+from collections.abc import Callable, Sequence
+from typing import TypeVar
 
 from sim import reload
 from sim.access_point import AccessPoint, LogRecord
+from sim.agent.agent import Agent
+from sim.agent.neighbour import Neighbour
+from sim.agent.packets import describe as describe_packet
+from sim.background import wait_until
 from sim.events import describe
 from sim.wireless import Wireless
+
+T = TypeVar("T")
 
 LIMIT = 10.0
 _SANITY_TEST = "APPL_SANITY_TEST "
 
-_COLOURS = {"send": "36", "bus": "35", "reply": "35", "file": "35", "log": "2", "ok": "32", "FAILED": "1;31"}
+_COLOURS = {
+    "send": "36",
+    "bus": "35",
+    "reply": "35",
+    "file": "35",
+    "agent": "34",
+    "AP 2": "33",
+    "log": "2",
+    "ok": "32",
+    "FAILED": "1;31",
+}
 
 
 def _worth_showing(record: LogRecord) -> bool:
@@ -31,16 +49,21 @@ def show(label: str, text: str) -> None:
 
 
 class Stage:
-    def __init__(self, access_point: AccessPoint, wireless: Wireless):
+    """`daemon` is the command of the daemon alone; agent and neighbour are there once a scenario has started them."""
+
+    def __init__(self, access_point: AccessPoint, wireless: Wireless, daemon: Sequence[str]):
         self.ap = access_point
         self.wireless = wireless
+        self.daemon = daemon
+        self.agent: Agent | None = None
+        self.neighbour: Neighbour | None = None
         self.met = 0
         self.failed = 0
         self.sent = 0
         self._scenes = 0
         self._scene_start = 0
         self._shown = 0
-        self._shown_messages: dict[str, int] = {}
+        self._shown_of: dict[str, int] = {}
 
     def scene(self, title: str) -> None:
         self._scenes += 1
@@ -90,6 +113,16 @@ class Stage:
         for message in missing:
             self.expect(False, f'the log should say "{message}"')
 
+    def expect_soon(self, condition: Callable[[], object], text: str) -> None:
+        """Waits until the condition gives something true, and shows what has happened up to then."""
+        try:
+            wait_until(condition, text, LIMIT)
+            good = True
+        except TimeoutError:
+            good = False
+        self.show_news()
+        self.expect(good, text)
+
     def show_news(self) -> None:
         """Shows what the daemon has logged and published since the last time."""
         records = self.ap.log()
@@ -100,10 +133,28 @@ class Stage:
                 show("log", f"{record.function}: {record.message}")
         self._shown = len(records)
         for name, peer in self.ap.peers.items():
-            messages = list(peer.messages)
-            for message in messages[self._shown_messages.get(name, 0) :]:
+            for message in self._new_of(name, peer.messages):
                 show("bus", f"{name} gets {describe(*message)}")
-            self._shown_messages[name] = len(messages)
+        if self.agent is not None:
+            for packet in self._new_of("agent", self.agent.received):
+                show("agent", f"gets {describe_packet(packet)}")
+        if self.neighbour is not None:
+            for line in self._new_of("neighbour", self.neighbour.lines):
+                show("AP 2", line.replace("; ", "\n"))
+
+    def _new_of(self, name: str, things: Sequence[T]) -> Sequence[T]:
+        """What has been added to a list since the last time; the list may grow meanwhile."""
+        count = len(things)
+        new = things[self._shown_of.get(name, 0) : count]
+        self._shown_of[name] = count
+        return new
+
+    def close(self) -> None:
+        """Ends what scenarios have started."""
+        if self.neighbour is not None:
+            self.neighbour.close()
+        if self.agent is not None:
+            self.agent.close()
 
     def show_file(self, path: str) -> None:
         if os.path.exists(path):

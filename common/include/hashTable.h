@@ -98,8 +98,8 @@ int hash_reset_iterator(hash_Iterator_t *iterator);
 /// Removes the value last returned, without freeing it; hash_next_iterator goes on with the one that followed it. Call
 /// it once per value returned: a second call in a row removes the value before.
 ///
-/// @return 0 removed; 2 when no value was returned yet. Once the walk has ended a value of the last row is still removed,
-///         one of an earlier row is not found: 2
+/// @return 0 removed; 2 when no value was returned yet. Once the walk has ended a value of the last row is still
+///         removed, one of an earlier row is not found: 2
 int hash_delnode_iterator(hash_Iterator_t *iterator);
 
 /// Frees an iterator and clears the caller's pointer.

@@ -88,8 +88,8 @@ int socklib_is_group_ip(uint32_t ip);
 /// @return the value of one hexadecimal digit of either case, or -1 for any other character
 int convert_strhex_to_int(char c);
 
-// Interface queries. Each returns 0, or -1 (result unchanged) when an argument is null, the device's name is longer than
-// the kernel allows or the kernel gives no answer.
+// Interface queries. Each returns 0, or -1 (result unchanged) when an argument is null, the device's name is longer
+// than the kernel allows or the kernel gives no answer.
 
 /// Fetches the device's IPv4 address.
 int socklib_get_saddr(const char *device, uint32_t *saddr) SOCKLIB_CHECK_RESULT;

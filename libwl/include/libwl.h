@@ -1,9 +1,10 @@
 /// The event bus: POSIX message queues, one for each process of the access point. A message is an event's name, a NUL
 /// and the payload.
 ///
-/// These are the platform's C functions, declared for C++; the build can link a device's own library behind it instead of ours.
-/// Registering, binding and reading belong to the main thread; sending, the counters and the radio query are safe from
-/// any thread. No lock is held while a handler runs, so a handler may send, bind and register; it may not read.
+/// These are the platform's C functions, declared for C++; the build can link a device's own library behind it instead
+/// of ours. Registering, binding and reading belong to the main thread; sending, the counters and the radio query are
+/// safe from any thread. No lock is held while a handler runs, so a handler may send, bind and register; it may not
+/// read.
 #pragma once
 
 #include <cstdint>

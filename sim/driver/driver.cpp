@@ -1,5 +1,6 @@
 // The wireless driver of an access point that has none. Preloaded into a program (LD_PRELOAD=libsim_driver.so; under an
-// emulator `qemu-mips -E LD_PRELOAD=...`; with the address sanitizer also ASAN_OPTIONS=verify_asan_link_order=0) it answers
+// emulator `qemu-mips -E LD_PRELOAD=...`; with the address sanitizer also ASAN_OPTIONS=verify_asan_link_order=0) it
+// answers
 //   - SIOCGIWPRIV and the private commands "get_vaps", "set_user_vlan", "set_mac_acl" and "get_cl_radio" on its VAPs,
 //   - opening "/dev/app_visibility" and the request 0x40046401 on it,
 //   - the name, index, flags and hardware address of a VAP whose interface the kernel does not have.
@@ -23,7 +24,7 @@
 // SIOCGIFINDEX, SIOCGIFFLAGS, SIOCGIFHWADDR, app_visibility (the request) or open_app_visibility. Calls are counted
 // from the file's last change.
 //
-// SIM_DRIVER_RECORD (/tmp/sim/driver.jsonl): one JSON line for each of these calls, whether the kernel answers it or not.
+// SIM_DRIVER_RECORD (/tmp/sim/driver.jsonl): one JSON line for each of these calls, whoever answers it.
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>

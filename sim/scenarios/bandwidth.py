@@ -15,12 +15,10 @@ PROFILE = 7
 
 
 def play(stage: Stage) -> None:
-    in_kernel = bandwidth.make_interface_pair()
-    ssid_limit(stage, in_kernel)
-    client_limit(stage, in_kernel)
+    ssid_limit(stage)
+    client_limit(stage)
     restart(stage)
-    cleared(stage, in_kernel)
-    bandwidth.remove_interface_pair()
+    cleared(stage)
 
 
 def expect_command(stage: Stage, since: int, beginning: str) -> None:
@@ -33,26 +31,26 @@ def expect_command(stage: Stage, since: int, beginning: str) -> None:
     stage.expect(True, f"the script is run to {beginning.split()[0]} it")
 
 
-def show_classes(stage: Stage, in_kernel: bool, wanted: str) -> None:
-    if not in_kernel:
+def show_classes(stage: Stage, wanted: str) -> None:
+    if not bandwidth.in_kernel():
         return
     wait_until(lambda: wanted in (bandwidth.classes("bwdown") or ""), f"{wanted} in the kernel", LIMIT)
     show("file", "tc -s class show dev bwdown\n" + (bandwidth.classes("bwdown") or ""))
     stage.expect(True, f"the kernel's traffic control says {wanted}")
 
 
-def ssid_limit(stage: Stage, in_kernel: bool) -> None:
+def ssid_limit(stage: Stage) -> None:
     stage.scene("A limit for a whole SSID becomes a command line that the worker runs")
     stage.send("VRE.bw.set", limit(SSID, PROFILE, 4000, 8000, bss=True), "profile 7: 4000 kbit/s up, 8000 down")
     expect_command(stage, 0, f"limit profile {PROFILE} bss up 4000 down 8000")
-    show_classes(stage, in_kernel, "rate 8Mbit")
+    show_classes(stage, "rate 8Mbit")
 
 
-def client_limit(stage: Stage, in_kernel: bool) -> None:
+def client_limit(stage: Stage) -> None:
     stage.scene("A client's limit, to be applied at once")
     stage.send("VRE.bw.set", limit(CLIENT, PROFILE, 500, 1000) + item(BW_APPLY_RULE), "500 kbit/s up, 1000 down")
     expect_command(stage, 1, f"limit profile {PROFILE} sta {CLIENT}")
-    show_classes(stage, in_kernel, "rate 1Mbit")
+    show_classes(stage, "rate 1Mbit")
 
 
 def restart(stage: Stage) -> None:
@@ -68,12 +66,13 @@ def restart(stage: Stage) -> None:
     stage.show_news()
 
 
-def cleared(stage: Stage, in_kernel: bool) -> None:
+def cleared(stage: Stage) -> None:
     stage.scene("The limits are cleared")
     stage.send("VRE.bw.clr", clear(CLIENT, PROFILE), "the client's")
     expect_command(stage, 2, f"clear profile {PROFILE} sta {CLIENT}")
     stage.send("VRE.bw.clr", clear(SSID, PROFILE, bss=True), "the SSID's")
     expect_command(stage, 3, f"clear profile {PROFILE} bss")
-    if in_kernel:
-        wait_until(lambda: "htb" not in (bandwidth.classes("bwdown") or ""), "no class in the kernel", LIMIT)
+    if bandwidth.in_kernel():
+        for interface in bandwidth.PAIR:  # the script deals with one after the other
+            wait_until(lambda: "htb" not in (bandwidth.classes(interface) or ""), "no class in the kernel", LIMIT)
         stage.expect(True, "the kernel's traffic control has no class left")

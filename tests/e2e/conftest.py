@@ -17,6 +17,7 @@ import pytest
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", ".."))
 
 from sim.access_point import AccessPoint  # noqa: E402
+from sim.agent.agent import Agent  # noqa: E402
 from sim.preload import preloaded  # noqa: E402
 from sim.wireless import Vap, Wireless  # noqa: E402
 
@@ -38,6 +39,14 @@ def with_faults(daemon: list[str]) -> Callable[[str], list[str]]:
     """The daemon's command with system calls that fail, such as "mq_receive:1:EBADF" for the first mq_receive."""
 
     return lambda faults: preloaded(daemon, [os.environ["WL_FAULTS"]], {"WL_FAULTS": faults})
+
+
+@pytest.fixture
+def agent() -> Iterator[Agent]:
+    """A synchronisation agent, there before the daemon; whatever the daemon sends it must be well-formed."""
+    with Agent() as agent:
+        yield agent
+        assert agent.malformed == []
 
 
 @pytest.fixture

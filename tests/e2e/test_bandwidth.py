@@ -1,4 +1,4 @@
-"""Bandwidth limits: from the event to the script's command line, the kernel's traffic control and the transaction log."""
+"""Bandwidth limits: from the event to the script's command line, the kernel's traffic control and the log of them."""
 
 import os
 import random
@@ -132,18 +132,48 @@ def test_a_cache_of_any_bytes_is_survived(start):
         assert ap.alive
 
 
-def test_the_kernel_s_traffic_control_follows(start):
-    if not bandwidth.make_interface_pair():
-        pytest.skip("the kernel offers no traffic control on a pair of interfaces here")
+@pytest.fixture
+def kernel():
+    with bandwidth.interface_pair():
+        if not bandwidth.in_kernel():
+            pytest.skip("the kernel offers no traffic control on a pair of interfaces here")
+        yield
+
+
+def wait_for_kernel(show, interface, *texts):
+    wait_until(lambda: all(text in (show(interface) or "") for text in texts), f"{texts} on {interface}")
+
+
+def wait_for_no(show, interface, text):
+    wait_until(lambda: text not in (show(interface) or ""), f"no {text} on {interface}")
+
+
+def test_an_ssid_s_limit_is_in_the_kernel(start, kernel):
     ap = start()
     set_bss(ap)
-    run_count(1)
-    wait_until(lambda: "rate 2Mbit" in (bandwidth.classes("bwdown") or ""), "the download limit in the kernel")
-    wait_until(lambda: "rate 1Mbit" in (bandwidth.classes("bwup") or ""), "the upload limit in the kernel")
+    wait_for_kernel(bandwidth.classes, "bwdown", "class htb 1:701 root", "rate 2Mbit")
+    wait_for_kernel(bandwidth.classes, "bwup", "class htb 1:701 root", "rate 1Mbit")
     ap.send_event("VRE.bw.clr", clear("00:00:00:00:00:00", 7, bss=True))
     run_count(2)
-    wait_until(lambda: "htb" not in (bandwidth.classes("bwdown") or ""), "no limit in the kernel")
-    bandwidth.remove_interface_pair()
+    for interface in bandwidth.PAIR:
+        wait_for_no(bandwidth.classes, interface, "htb")
+
+
+def test_a_client_s_limit_is_in_the_kernel_for_its_address(start, kernel):
+    ap = start()
+    ap.send_event("VRE.bw.set", limit(ALICE, 7, 3000, 4000, priority=0) + item(BW_APPLY_RULE))
+    wait_for_kernel(bandwidth.classes, "bwdown", "class htb 1:702 parent 1:701", "rate 4Mbit")
+    wait_for_kernel(bandwidth.classes, "bwup", "class htb 1:702 parent 1:701", "rate 3Mbit")
+    # The address in the words of u32, by distance from the network header: the destination is at -14, the source at -8.
+    to_alice = ("match 00000200/0000ffff at -16", "match 0000000a/ffffffff at -12")
+    from_alice = ("match 02000000/ffffffff at -8", "match 000a0000/ffff0000 at -4")
+    wait_for_kernel(bandwidth.filters, "bwdown", "flowid 1:702 ", *to_alice)
+    wait_for_kernel(bandwidth.filters, "bwup", "flowid 1:702 ", *from_alice)
+    ap.send_event("VRE.bw.clr", clear(ALICE, 7, priority=0))
+    run_count(2)
+    for interface in bandwidth.PAIR:
+        wait_for_no(bandwidth.classes, interface, "1:702")
+        wait_for_no(bandwidth.filters, interface, "1:702")
 
 
 def test_an_authorised_client_gets_its_limit_and_loses_it_when_it_leaves(start):

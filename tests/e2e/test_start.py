@@ -8,10 +8,12 @@ import subprocess
 import pytest
 
 from sim import bus, processes
+from sim.access_point import LOG
 from sim.background import wait_until
 from sim.events import vlan_information
 
 DEFAULT_ARGUMENTS = ["-l", "/tmp/wl.log"]
+INFO_LABELS = "/opt/ap/cl_debug_info_code_en.properties"
 
 
 def run(command, *arguments):
@@ -106,6 +108,10 @@ def test_the_daemon_detaches(start):
 
 def test_start_up_goes_in_order(start):
     ap = start()
+    ap.stop()
+    os.remove(INFO_LABELS)  # so that the place of the catalogue shows
+    os.remove(LOG)
+    ap.start()
     functions = [record.function for record in ap.log()]
     messages = [record.message for record in ap.log()]
     assert messages.index("LOG_INFO UNIX socket created for communicating with reload_cli") == 0
@@ -113,12 +119,16 @@ def test_start_up_goes_in_order(start):
     profiles = messages.index(
         "Unable to open conf file : /tmp/wl_evt_handler.conf errno : No such file or directory"
     )
-    labels = messages.index(
-        "Current wl info file[/opt/ap/cl_debug_info_code_en.properties] not present"
-    )
+    labels = messages.index(f"Current wl info file[{INFO_LABELS}] not present")
     given_up = messages.index("Error in populating wl debugging cache from properties files")
     assert agent < profiles < labels < given_up
     assert functions[given_up] == "main"
+
+
+def test_the_label_catalogue_loads_without_a_complaint(start):
+    ap = start()
+    assert os.path.exists(INFO_LABELS)
+    assert not [record for record in ap.log() if "label" in record.message or "propert" in record.message]
 
 
 def test_the_sensor_is_asked_for_its_vlans(start):

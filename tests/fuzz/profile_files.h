@@ -1,6 +1,6 @@
-/// Files of SSID profiles, served from memory to the targets that load profiles: a target links with --wrap=fopen. A
-/// profile's number decides what its file says; the daemon configuration is the input. Log lines are formatted and
-/// dropped.
+/// Files of SSID profiles, served from memory to the targets that load profiles: a target links with --wrap=fopen and
+/// --wrap=_Z11is_iface_upPKc. A profile's number decides what its file says; the daemon configuration is the input. The
+/// kernel is not asked for interfaces, which takes it milliseconds. Log lines are formatted and dropped.
 #pragma once
 
 #include <cerrno>
@@ -18,6 +18,7 @@ constexpr char INPUT_PATH[] = "/tmp/input";
 
 inline const uint8_t *input_bytes;
 inline size_t input_size;
+inline bool interfaces_are_up;
 
 extern "C" FILE *__real_fopen(const char *path, const char *mode);
 
@@ -42,6 +43,10 @@ extern "C" inline __attribute__((used)) FILE *__wrap_fopen(const char *path, con
         return open_profile_file(number);
     errno = ENOENT;
     return std::strcmp(path, "/dev/null") == 0 ? __real_fopen(path, mode) : nullptr;
+}
+
+extern "C" inline __attribute__((used)) int __wrap__Z11is_iface_upPKc(const char *) {
+    return interfaces_are_up ? 0 : -1;
 }
 
 inline void drop_log_lines() {

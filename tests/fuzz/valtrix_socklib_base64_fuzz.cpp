@@ -1,4 +1,4 @@
-// Base64 texts of any characters, decoded between blocks of exactly the documented sizes; and any bytes, there and back.
+// Base64 texts of any characters, decoded between blocks of exactly the documented sizes; any bytes, there and back.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>

@@ -1,4 +1,4 @@
-// The profile file that a VAP's record is filled from, of any bytes. Linked with --wrap=fopen: it is served from memory.
+// The profile file that a VAP's record is filled from, of any bytes. Linked with --wrap=fopen: it comes from memory.
 #include <climits>
 #include <cstdint>
 #include <cstdio>

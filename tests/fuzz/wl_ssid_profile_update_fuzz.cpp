@@ -1,5 +1,5 @@
-// Profile events one after the other. The input is a sequence of a byte with the state before the event, a byte with the
-// event's length and the event.
+// Profile events one after the other. The input is a sequence of a byte with the state before the event, a byte with
+// the event's length and the event.
 #include <algorithm>
 #include <memory>
 
@@ -12,6 +12,7 @@ namespace {
 constexpr uint8_t CONNECTED = 0x01;
 constexpr uint8_t REFUSED = 0x02;
 constexpr uint8_t CLIENTS_HAVE_ROLES = 0x04;
+constexpr uint8_t INTERFACES_ARE_UP = 0x08;
 
 template <class Action> void for_each_profile(Action action) {
     hash_table_iter_t profiles;
@@ -45,7 +46,8 @@ void give_clients_a_role() {
 }
 
 void set_state(uint8_t state) {
-    g_synch_sock = (state & CONNECTED) != 0 ? INT_MAX : -1;  // no descriptor has this number
+    g_synch_sock = (state & CONNECTED) != 0 ? FD_SETSIZE - 1 : -1;  // no descriptor has this number
+    interfaces_are_up = (state & INTERFACES_ARE_UP) != 0;
     g_synch_nack_count = 0;
     for_each_profile([state](ssid_profile_info *profile) {
         profile->synch_registered = (state & CONNECTED) != 0;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <string>
@@ -49,6 +50,14 @@ inline std::string record(const fields &of) {
     std::string interface = of.interface;
     interface.resize(17);
     return bytes + interface + char(of.flags);
+}
+
+/// The same as the product has it in memory.
+inline bw_rule_info request_of(const fields &of) {
+    bw_rule_info out;
+    static_assert(sizeof out == RECORD);
+    std::memcpy(&out, record(of).data(), sizeof out);
+    return out;
 }
 
 /// A record from its bytes; what is missing of the 45 is zero.

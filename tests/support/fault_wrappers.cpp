@@ -74,6 +74,9 @@ WRAPPED(ssize_t, read, (int fd, void *buffer, size_t size), (fd, buffer, size), 
 #ifdef WRAP_write
 WRAPPED(ssize_t, write, (int fd, const void *data, size_t size), (fd, data, size), -1)
 #endif
+#ifdef WRAP_ftruncate
+WRAPPED(int, ftruncate, (int fd, off_t size), (fd, size), -1)
+#endif
 #ifdef WRAP_setrlimit
 WRAPPED(int, setrlimit, (__rlimit_resource_t resource, const rlimit *limit), (resource, limit), -1)
 #endif

@@ -17,8 +17,18 @@ struct scripted_shell {
     std::vector<std::string> timeline;  // "run <command>" and "sleep <seconds>", in order
 
     // Called without the mutex, on the worker's thread; what system() returns. Set them while no worker runs.
-    std::function<int(const std::string &)> on_run = [](const std::string &) { return 0; };
-    std::function<void(unsigned)> on_sleep = [](unsigned) {};
+    std::function<int(const std::string &)> on_run;
+    std::function<void(unsigned)> on_sleep;
+
+    scripted_shell() {
+        start_afresh();
+    }
+
+    void start_afresh() {
+        timeline.clear();
+        on_run = [](const std::string &) { return 0; };
+        on_sleep = [](unsigned) {};
+    }
 
     void note(const std::string &what) {
         const std::lock_guard lock(mutex);

@@ -313,7 +313,8 @@ TEST_F(SocklibQuery, NoDescriptorStaysOpen) {
     EXPECT_EQ(open_descriptors(), descriptors);
 }
 
-// Route tables the kernel of the moment does not have: the file is a stand-in. Its addresses are numbers of the machine.
+// Route tables the kernel of the moment does not have: the file is a stand-in. Its addresses are numbers of the
+// machine.
 
 std::string route(const char *device, const char *destination, const std::string &gateway) {
     return std::string(device) + "\t" + destination + "\t" + gateway + "\t0003\t0\t0\t0\t00000000\t0\t0\t0   \n";

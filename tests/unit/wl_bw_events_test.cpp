@@ -40,6 +40,8 @@ using handler = void (*)(vre_iw_cmd_t event, void *msg, int len);
 class BandwidthEvents : public BandwidthFixture {
 protected:
     BandwidthEvents() {
+        unlinked = 0;
+        unlinked_without_lock = false;
         profile_id_for_vap[0].profile_id = PROFILE;
         profile_id_for_vap[0].profile_data = 1;
         profile_id_for_vap[1].profile_id = 9;  // without bandwidth control

@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "bw_fresh_start.h"
+#include "bw_log.h"
 #include "event_payload.h"
 #include "log_capture.h"
 #include "vap_table.h"
@@ -35,36 +37,29 @@ inline byte_string mac_of(uint8_t station) {
     return {0x00, 0x11, 0x22, 0x33, 0x44, station};
 }
 
-inline bw_rule_info request(const limit &wanted) {
-    bw_rule_info req{};
-    if (!wanted.bss)
-        std::memcpy(req.mac, mac_of(wanted.station).data(), 6);
-    req.pri = wanted.pri;
-    req.e = wanted.e;
-    req.up = wanted.up;
-    req.down = wanted.down;
-    req.profile_id = wanted.profile;
-    req.classid = wanted.classid;
-    std::memcpy(req.interface, wanted.interface.data(), std::min<size_t>(wanted.interface.size(), 17));
-    req.bss_rule = wanted.bss;
-    req.state_transition = wanted.transition;
-    req.to_state = wanted.applied;
-    return req;
+inline bw_log::fields fields_of(const limit &wanted) {
+    bw_log::fields of{.pri = wanted.pri,
+                      .command = static_cast<uint32_t>(wanted.e),
+                      .up = wanted.up,
+                      .down = wanted.down,
+                      .profile = wanted.profile,
+                      .classid = wanted.classid,
+                      .interface = wanted.interface,
+                      .flags = static_cast<uint8_t>(wanted.bss << 7 | wanted.transition << 6 | wanted.applied << 5)};
+    if (!wanted.bss) {
+        const byte_string mac = mac_of(wanted.station);
+        std::copy(mac.begin(), mac.end(), of.mac.begin());
+    }
+    return of;
 }
 
-/// The 45 bytes of a record, put together by hand.
+inline bw_rule_info request(const limit &wanted) {
+    return bw_log::request_of(fields_of(wanted));
+}
+
+/// The 45 bytes of its record.
 inline byte_string record_bytes(const limit &wanted) {
-    event_payload bytes;
-    bytes.bytes(wanted.bss ? byte_string(6) : mac_of(wanted.station)).bytes({wanted.pri});
-    bytes.bytes(big_endian_bytes(static_cast<uint32_t>(wanted.e), 4));
-    bytes.bytes(big_endian_bytes(static_cast<uint32_t>(wanted.up), 4));
-    bytes.bytes(big_endian_bytes(static_cast<uint32_t>(wanted.down), 4));
-    bytes.bytes(big_endian_bytes(wanted.profile, 4)).bytes(big_endian_bytes(wanted.classid, 4));
-    std::string interface = wanted.interface;
-    interface.resize(17);
-    bytes.bytes(text_bytes(interface));
-    bytes.bytes({static_cast<uint8_t>(wanted.bss << 7 | wanted.transition << 6 | wanted.applied << 5)});
-    return bytes.bytes();
+    return text_bytes(bw_log::record(fields_of(wanted)));
 }
 
 inline bool contains(const lines &log, const std::string &line) {
@@ -90,8 +85,7 @@ protected:
     }
 
     ~BandwidthFixture() override {
-        (void)queued();
-        hash_table_destroy(&bw_profile_hash_t);
+        forget_all_limits();
     }
 
     static bw_rule_info set(const limit &wanted) {

@@ -2,14 +2,18 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
+#include "bw_fresh_start.h"
 #include "bw_log.h"
 #include "child.h"
 #include "fault.h"
@@ -23,6 +27,7 @@
 using bw_log::CLEAR;
 using bw_log::fields;
 using bw_log::record;
+using bw_log::request_of;
 using lines = std::vector<std::string>;
 
 // --- substitutes for what threads are made with
@@ -33,8 +38,17 @@ int thread_error;  // what pthread_create fails with; 0: it works
 std::atomic<int> threads_created;
 int last_detach_state = -1;
 int mutex_error;  // what pthread_mutex_init fails with
+int mutexes_destroyed;
 std::atomic<int> usleeps;
 bool patience_is_short;  // usleep() returns at once
+
+const bool substitutes_start_afresh = before_each_test([] {
+    thread_error = mutex_error = 0;
+    threads_created = usleeps = mutexes_destroyed = 0;
+    last_detach_state = -1;
+    patience_is_short = false;
+    shell.start_afresh();
+});
 
 }  // namespace
 
@@ -54,6 +68,12 @@ extern "C" int __wrap_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_m
     return mutex_error != 0 ? mutex_error : __real_pthread_mutex_init(mutex, attributes);
 }
 
+extern "C" int __real_pthread_mutex_destroy(pthread_mutex_t *);
+extern "C" int __wrap_pthread_mutex_destroy(pthread_mutex_t *mutex) {
+    mutexes_destroyed += mutex == &queue_mutex;
+    return __real_pthread_mutex_destroy(mutex);
+}
+
 extern "C" int __real_system(const char *command);
 
 extern "C" int __real_usleep(useconds_t);
@@ -71,12 +91,6 @@ const fields STATION = {.mac = {0, 0x11, 0x22, 0x33, 0x44, 0x55},
                         .profile = 3,
                         .classid = 2,
                         .interface = "ath0"};
-
-bw_rule_info request_of(const fields &of) {
-    bw_rule_info out;
-    std::memcpy(&out, record(of).data(), sizeof out);
-    return out;
-}
 
 void enqueue(const std::string &command, uint8_t action, const fields &of = STATION) {
     const bw_rule_info request = request_of(of);
@@ -130,13 +144,56 @@ TEST(BwInit, MakesTheCacheForItsOwnerOnly) {
 }
 
 TEST(BwInit, KeepsTheLogThatIsThereAndItsPermissions) {
-    write_file(bw_log::FILE_NAME, record(STATION) + "partial");
+    const std::string partial = "partial";
+    write_file(bw_log::FILE_NAME, record(STATION) + partial);
     chmod(bw_log::FILE_NAME.c_str(), 0640);
     EXPECT_EQ(bw_init(), 1);
-    EXPECT_EQ(log_file(), record(STATION) + "partial");
+    EXPECT_EQ(log_file(), record(STATION) + partial + std::string(45 - partial.size(), '\0'));
     struct stat found {};
     stat(bw_log::FILE_NAME.c_str(), &found);
     EXPECT_EQ(found.st_mode & 07777, 0640u);
+}
+
+TEST(BwInit, FillsAPartOfARecordUpWithZerosWhateverItsLength) {
+    const std::string second = record(STATION);
+    for (size_t length = 0; length <= 45; length++) {
+        const std::string log = record(STATION) + second.substr(0, length);
+        forget_all_limits();
+        write_file(bw_log::FILE_NAME, log);
+        ASSERT_EQ(bw_init(), 1);
+        EXPECT_EQ(log_file(), log + std::string(length == 0 ? 0 : 45 - length, '\0')) << length;
+    }
+}
+
+TEST(BwInit, APartOfARecordThatCannotBeFilledUpHarmsNothing) {
+    const std::string partial = record(STATION).substr(0, 40);
+    write_file(bw_log::FILE_NAME, partial);
+    fail_nth_call("ftruncate", 1, EFBIG);
+    log_capture log(3);
+    EXPECT_EQ(bw_init(), 1);
+    EXPECT_EQ(faults_fired("ftruncate"), 1);
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(log_file(), partial);
+    EXPECT_EQ(bw_log::rules_in_words(), bw_log::reader(partial).text());
+}
+
+TEST(BwInit, AppendsBehindAPartOfARecordInStep) {
+    const fields next = {.mac = {2, 0, 0, 0, 0, 1}, .pri = 1, .up = 7, .profile = 3, .classid = 3, .interface = "ath0"};
+    const std::string part = record(STATION).substr(0, 29);
+    write_file(bw_log::FILE_NAME, part);
+    ASSERT_EQ(bw_init(), 1);
+    enqueue("x", 1, next);
+    run_all();
+    const std::string expected = part + std::string(16, '\0') + record(next);
+    EXPECT_EQ(log_file(), expected);
+    forget_all_limits();
+    ASSERT_EQ(bw_init(), 1);
+    EXPECT_EQ(bw_log::rules_in_words(),
+              "profile 3 pri 0 up 0 down 0 last 3 used 0 1 2 3\n"
+              "  :0:17:34:51:68:85 pri 1 held class 2 up 100 down 200 on 97 116 0 0 0 0 0 0 0 "
+              "0 0 0 0 0 0 0 0\n"
+              "  :2:0:0:0:0:1 pri 1 held class 3 up 7 down 0 on 97 116 104 48 0 0 0 0 0 0 0 0 "
+              "0 0 0 0 0\n");
 }
 
 TEST(BwInit, AppendsToTheLogThatIsThere) {
@@ -195,6 +252,18 @@ TEST(BwInit, ACacheThatCannotBeOpenedIsTold) {
     log_capture log;
     EXPECT_EQ(bw_init(), -1);
     EXPECT_EQ(log.lines(), (lines{"bw_init: Failed to create file /tmp/.wl.bw_cache"}));
+}
+
+TEST(BwInit, ACacheThatMayNotBeWrittenIsToldAndItsDescriptorReturned) {
+    for (const int error : {EACCES, EROFS}) {
+        forget_all_limits();
+        fail_every_call("open", error);
+        log_capture log;
+        EXPECT_EQ(bw_init(), -1);
+        EXPECT_EQ(faults_fired("open"), 3);  // the replay's, the first one and the one that may create
+        EXPECT_EQ(log.lines(), (lines{"bw_init: Failed to create file /tmp/.wl.bw_cache"}));
+        EXPECT_EQ(bw_cache_fd, -1);
+    }
 }
 
 TEST(BwInit, WithoutACacheTheRulesAndCommandsStillWork) {
@@ -314,6 +383,18 @@ TEST_F(BwQueue, AThreadThatCannotBeMadeIsToldAndTriedAgainNextTime) {
     thread_error = 0;
     run_all();
     EXPECT_EQ(shell.runs(), (lines{"x"}));
+}
+
+TEST_F(BwQueue, ACommandWhoseWorkerCannotBeMadeIsQueuedAllTheSame) {
+    const bw_rule rule{};
+    thread_error = EAGAIN;
+    EXPECT_EQ(tc_action(VRE_BW_SET, &rule, 3, 1, nullptr, BW_RUN), -1);
+    EXPECT_EQ(dllist_num_entries(&bw_queue), 1);
+    thread_error = 0;
+    EXPECT_EQ(tc_action(VRE_BW_SET, &rule, 4, 1, nullptr, BW_RUN), 0);
+    wait_for_worker();
+    EXPECT_EQ(shell.runs(), (lines{"/sbin/tc_wrapper.sh limit profile 3 bss up 0 down 0 priority 0",
+                                   "/sbin/tc_wrapper.sh limit profile 4 bss up 0 down 0 priority 0"}));
 }
 
 TEST_F(BwQueue, TheWorkerEndsAfterAnIdlePauseOfFiveSeconds) {
@@ -475,6 +556,49 @@ TEST_F(BwQueue, AFailedActionTwoLeavesTheLogAlone) {
     shell.on_run = [](const std::string &command) { return command == "bad" ? exited(1) : 0; };
     enqueue("good", 1);
     enqueue("bad", 2);
+    run_all();
+    EXPECT_EQ(log_file(), record(STATION));
+}
+
+TEST_F(BwQueue, AFailedCommandWhoseRecordWasNotWrittenLeavesTheOneBefore) {
+    shell.on_run = [](const std::string &command) { return command == "bad" ? exited(1) : 0; };
+    for (const int error : {ENOSPC, EIO}) {
+        unlink(bw_log::FILE_NAME.c_str());
+        forget_all_limits();
+        ASSERT_EQ(bw_init(), 1);
+        fail_nth_call("write", 2, error);
+        enqueue("good", 1);
+        enqueue("bad", 1);
+        run_all();
+        EXPECT_EQ(faults_fired("write"), 1);
+        EXPECT_EQ(log_file(), record(STATION));
+    }
+}
+
+TEST_F(BwQueue, AFailedCommandWhoseRecordDidNotFitLeavesTheOneBefore) {
+    shell.on_run = [](const std::string &command) { return command == "bad" ? exited(1) : 0; };
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlim_t unlimited = std::exchange(limit.rlim_cur, 45 + 20);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    enqueue("good", 1);
+    enqueue("bad", 1);
+    run_all();
+    EXPECT_EQ(log_file(), record(STATION));
+    limit.rlim_cur = unlimited;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+}
+
+TEST_F(BwQueue, ACommandThatFailsAfterItsCacheWasClosedTakesNothingBack) {
+    shell.on_run = [](const std::string &) {
+        const queue_lock lock;
+        if (bw_cache_fd >= 0)
+            close(bw_cache_fd);
+        bw_cache_fd = -1;
+        return exited(1);
+    };
+    enqueue("bad", 1);
     run_all();
     EXPECT_EQ(log_file(), record(STATION));
 }
@@ -718,9 +842,40 @@ TEST_F(BwQueue, ATerminatedWorkerDropsWhatIsQueued) {
     EXPECT_EQ(log.lines().back(), "bw_queue_process: BW thread terminate enabled Exiting...");
 }
 
+TEST_F(BwQueue, AWorkerThatIsTerminatedInItsIdlePauseEndsAsOneWithoutWork) {
+    shell.on_sleep = [](unsigned seconds) {
+        const queue_lock lock;
+        bw_thread_terminate = seconds == 5;
+    };
+    enqueue("x", 2);
+    log_capture log;
+    run_all();
+    EXPECT_EQ(bw_thread_terminate, 1);
+    EXPECT_EQ(shell.seen(), (lines{"run x", "sleep 1", "sleep 5"}));
+    EXPECT_EQ(log.lines().back(), "bw_queue_process: Exiting thread");
+}
+
+TEST_F(BwQueue, AWorkerThatIsTerminatedInItsIdlePauseStillRunsTheFirstNewCommand) {
+    shell.on_sleep = [](unsigned seconds) {
+        if (seconds != 5)
+            return;
+        for (const char *const command : {"second", "third", "fourth"})
+            enqueue(command, 2);
+        const queue_lock lock;
+        bw_thread_terminate = 1;
+    };
+    enqueue("first", 2);
+    log_capture log;
+    run_all();
+    EXPECT_EQ(shell.seen(), (lines{"run first", "sleep 1", "sleep 5", "run second", "sleep 1"}));
+    EXPECT_EQ(dllist_num_entries(&bw_queue), 0);
+    EXPECT_EQ(log.lines().back(), "bw_queue_process: BW thread terminate enabled Exiting...");
+}
+
 TEST(BwDeinit, WithoutAWorkerReturnsAtOnce) {
     ASSERT_EQ(bw_init(), 1);
     bw_deinit();
+    EXPECT_EQ(mutexes_destroyed, 1);
     EXPECT_EQ(bw_thread_terminate, 1);
     EXPECT_EQ(usleeps, 0);
 }
@@ -740,6 +895,7 @@ TEST(BwDeinit, WaitsForTheWorker) {
     while (!runs)
         sched_yield();
     bw_deinit();
+    EXPECT_EQ(mutexes_destroyed, 1);
     EXPECT_GE(usleeps, 3);
     EXPECT_EQ(g_bw_queue_started, 0);
     EXPECT_EQ(shell.runs(), (lines{"0"}));
@@ -761,6 +917,7 @@ TEST(BwDeinit, LeavesTheMutexToAWorkerThatHangs) {
         sched_yield();
     patience_is_short = true;
     bw_deinit();
+    EXPECT_EQ(mutexes_destroyed, 0);
     EXPECT_TRUE(worker_runs());
     go_on = true;
     wait_for_worker();

@@ -1,5 +1,5 @@
-// Bandwidth control whose process is killed at any point, and whose threads meet: what the log then says is what a daemon
-// that starts has.
+// Bandwidth control whose process is killed at any point, and whose threads meet: what the log then says is what a
+// daemon that starts has.
 #include <algorithm>
 #include <atomic>
 #include <climits>
@@ -7,10 +7,12 @@
 #include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <random>
 #include <unistd.h>
 
+#include "bw_fresh_start.h"
 #include "bw_log.h"
 #include "child.h"
 #include "debug_log.h"
@@ -23,6 +25,8 @@
 // --- points at which the process can be killed: before and after each call that it makes, and within each write
 
 namespace {
+
+const bool shell_starts_afresh = before_each_test([] { shell.start_afresh(); });
 
 std::atomic<int> points_left;  // the process ends at the point that makes it 0
 
@@ -51,6 +55,7 @@ KILL_POINTS_AROUND(char *, strdup, (const char *text), (text))
 KILL_POINTS_AROUND(int, close, (int fd), (fd))
 KILL_POINTS_AROUND(int, ftruncate, (int fd, off_t size), (fd, size))
 KILL_POINTS_AROUND(off_t, lseek, (int fd, off_t offset, int from), (fd, offset, from))
+KILL_POINTS_AROUND(ssize_t, read, (int fd, void *buffer, size_t size), (fd, buffer, size))
 KILL_POINTS_AROUND(int, pthread_create,
                    (pthread_t * thread, const pthread_attr_t *attributes, void *(*body)(void *), void *argument),
                    (thread, attributes, body, argument))
@@ -160,45 +165,150 @@ void live(void (*step)()) {
     then(clear, bss(4, VRE_BW_CLR, 0, 0));
 }
 
-/// A daemon's process from its start on; leaves with status 0 unless it is killed.
-void run_daemon(int points, void (*step)()) {
+/// A daemon from its start on.
+void run_daemon(void (*step)()) {
     debug = 1;
     shell.on_run = refuse_some;
-    points_left = points;
     if (bw_init() != 1)
         _exit(1);
     live(step);
     wait_for_worker();
-    points_left = 0;
 }
 
-/// Starts with the log that is there and compares what the daemon makes of it with what it says.
-void expect_restart_as_logged() {
+/// A station's record that a kill has cut short before the flags.
+std::string part_of_a_record() {
+    return bw_log::record({.mac = {0, 0, 0, 0, 0, 9}, .up = 900, .profile = 3, .classid = 60, .interface = "ath0"})
+        .substr(0, 44);
+}
+
+/// What a start makes of a log: a last record that was cut short is completed.
+std::string completed(std::string log) {
+    log.resize((log.size() + 44) / 45 * 45);
+    return log;
+}
+
+/// Starts with the log that is there, compares what the daemon makes of it with what it says, and gives the rules.
+std::string restart() {
     const std::string log = file_text(bw_log::FILE_NAME);
-    ASSERT_EQ(bw_init(), 1);
-    EXPECT_EQ(bw_log::rules_in_words(), bw_log::reader(log).text());
-    EXPECT_EQ(file_text(bw_log::FILE_NAME), log);
-    close(bw_cache_fd);
-    hash_table_destroy(&bw_profile_hash_t);
+    EXPECT_EQ(bw_init(), 1);
+    std::string rules = bw_log::rules_in_words();
+    EXPECT_EQ(rules, bw_log::reader(log).text());
+    EXPECT_EQ(file_text(bw_log::FILE_NAME), completed(log));
+    forget_all_limits();
+    return rules;
+}
+
+/// A daemon that is killed at the given point.
+///
+/// @return whether it came to that point
+bool is_killed(int point, const std::function<void()> &daemon) {
+    const int status = wait_for(start_child([&] {
+        points_left = point;
+        daemon();
+        points_left = 0;
+    }));
+    if (!WIFSIGNALED(status))
+        EXPECT_EQ(status, 0);
+    else
+        EXPECT_EQ(WTERMSIG(status), SIGKILL);
+    return WIFSIGNALED(status);
 }
 
 }  // namespace
 
 TEST(BwRestart, AfterAKillAtAnyPointTheRulesAreAsLogged) {
     debug = 1;
-    int point = 1, status = 0;
-    for (;; point++) {
+    int point = 1;
+    for (; !HasFailure(); point++) {
         unlink(bw_log::FILE_NAME.c_str());
-        status = wait_for(start_child([&] { run_daemon(point, wait_for_worker); }));
-        ASSERT_NO_FATAL_FAILURE(expect_restart_as_logged()) << "point " << point;
-        ASSERT_FALSE(HasFailure()) << "point " << point;
-        if (!WIFSIGNALED(status))
+        const bool killed = is_killed(point, [] { run_daemon(wait_for_worker); });
+        restart();
+        if (!killed)
             break;
-        ASSERT_EQ(WTERMSIG(status), SIGKILL);
     }
-    EXPECT_EQ(status, 0);
+    EXPECT_FALSE(HasFailure()) << "point " << point - 1;
     EXPECT_GT(point, 500);
     std::printf("kill points: %d\n", point - 1);
+}
+
+namespace {
+
+/// What a daemon does that was started again.
+void second_life() {
+    set(bss(7, VRE_BW_SET, 1, 7000));
+    for (uint8_t i = 1; i <= 3; i++)
+        set(station(7, i, VRE_BW_SET, 1, 700 + i));
+    wait_for_worker();
+}
+
+constexpr char OF_SECOND_LIFE[] =
+    "profile 7 pri 1 up 7000 down 14000 last 4 used 0 1 2 3 4\n"
+    "  :0:0:0:0:0:1 pri 1 held class 2 up 701 down 1402 on 97 116 104 48 0 0 0 0 0 0 0 0 0 0 0 0 0\n"
+    "  :0:0:0:0:0:2 pri 1 held class 3 up 702 down 1404 on 97 116 104 48 0 0 0 0 0 0 0 0 0 0 0 0 0\n"
+    "  :0:0:0:0:0:3 pri 1 held class 4 up 703 down 1406 on 97 116 104 48 0 0 0 0 0 0 0 0 0 0 0 0 0\n";
+
+void start_second_life() {
+    debug = 1;
+    if (bw_init() != 1)
+        _exit(1);
+    second_life();
+}
+
+/// The rules of a daemon that is started after a kill, sets some of its own, is killed and started once more.
+std::string rules_after_second_life() {
+    is_killed(0, [] {
+        start_second_life();
+        kill(getpid(), SIGKILL);
+    });
+    return restart();
+}
+
+}  // namespace
+
+TEST(BwRestart, RulesSetAfterAKillAtAnyPointSurviveTheNextOne) {
+    debug = 1;
+    int point = 1;
+    for (; !HasFailure(); point++) {
+        unlink(bw_log::FILE_NAME.c_str());
+        if (!is_killed(point, [] { run_daemon(wait_for_worker); }))
+            break;
+        EXPECT_NE(rules_after_second_life().find(OF_SECOND_LIFE), std::string::npos) << "point " << point;
+    }
+    EXPECT_GT(point, 500);
+    std::printf("kill points: %d, each with a second life\n", point - 1);
+}
+
+TEST(BwRestart, RulesSurviveAKillWithinTheFirstRecordAndOneAtAnyPointOfTheSecondLife) {
+    debug = 1;
+    int point = 1;
+    for (; !HasFailure(); point++) {
+        write_file(bw_log::FILE_NAME, part_of_a_record());
+        if (!is_killed(point, start_second_life))
+            break;
+        restart();
+        EXPECT_NE(rules_after_second_life().find(OF_SECOND_LIFE), std::string::npos) << "point " << point;
+    }
+    EXPECT_GT(point, 50);
+    std::printf("kill points: %d of the second life\n", point - 1);
+}
+
+TEST(BwRestart, AfterAKillAtAnyPointOfTheReplayTheNextStartIsRight) {
+    debug = 1;
+    ASSERT_FALSE(is_killed(0, [] { run_daemon(wait_for_worker); }));
+    const std::string log = file_text(bw_log::FILE_NAME) + part_of_a_record();
+    const std::string expected = bw_log::reader(log).text();
+    int point = 1;
+    for (; !HasFailure(); point++) {
+        write_file(bw_log::FILE_NAME, log);
+        const bool killed = is_killed(point, [] { (void)!bw_init(); });
+        const std::string left = file_text(bw_log::FILE_NAME);
+        EXPECT_TRUE(left == log || left == completed(log)) << "point " << point;
+        EXPECT_EQ(restart(), expected) << "point " << point;
+        if (!killed)
+            break;
+    }
+    EXPECT_GT(point, 50);
+    std::printf("kill points: %d of a replay\n", point - 1);
 }
 
 TEST(BwRestart, AfterAKillAtAnyTimeTheRulesAreAsLogged) {
@@ -212,10 +322,8 @@ TEST(BwRestart, AfterAKillAtAnyTimeTheRulesAreAsLogged) {
         const pid_t daemon = start_child([&] {
             (void)!__real_write(started[1], "", 1);
             for (;;) {
-                run_daemon(0, [] {});
-                g_bw_queue_started = 0;
-                hash_table_destroy(&bw_profile_hash_t);
-                close(bw_cache_fd);
+                run_daemon([] {});
+                forget_all_limits();
             }
         });
         char byte;
@@ -225,14 +333,14 @@ TEST(BwRestart, AfterAKillAtAnyTimeTheRulesAreAsLogged) {
         usleep(random() % 4000);
         kill(daemon, SIGKILL);
         EXPECT_EQ(WTERMSIG(wait_for(daemon)), SIGKILL);
-        ASSERT_NO_FATAL_FAILURE(expect_restart_as_logged());
+        restart();
         ASSERT_FALSE(HasFailure()) << "kill " << i;
     }
     std::printf("kill points: %d at random times\n", KILLS);
 }
 
 TEST(BwRestart, TheUnkilledProcessEndsWithTheRulesThatItShouldHave) {
-    ASSERT_EQ(wait_for(start_child([] { run_daemon(0, wait_for_worker); })), 0);
+    ASSERT_FALSE(is_killed(0, [] { run_daemon(wait_for_worker); }));
     EXPECT_EQ(bw_log::reader(file_text(bw_log::FILE_NAME)).text(),
               "profile 3 pri 1 up 666 down 1332 last 16 used 0 1 2 3 4 5\n"  // a refused limit stays in the rules
               "  :0:0:0:0:0:1 pri 1 held class 2 up 101 down 202 on 97 116 104 48 0 0 0 0 0 0 0 0 0 0 0 0 0\n"
@@ -314,8 +422,26 @@ TEST(BwThreads, TenThousandMixedSetsAndClearsMeetTheWorkersRunsAndRewrites) {
     const std::string told = file_text("/tmp/lines");
     EXPECT_GT(count(told, "10 remove rules. Reinitializing backup"), 50u);
     EXPECT_GT(count(told, "Rule NOT Applied."), 100u);
-    close(bw_cache_fd);
-    hash_table_destroy(&bw_profile_hash_t);
+    forget_all_limits();
     debug = 1;
-    ASSERT_NO_FATAL_FAILURE(expect_restart_as_logged());
+    restart();
+}
+
+TEST(BwThreads, StatusRequestsMeetTheWorkersRunsAndRewrites) {
+    debug = 1;
+    ASSERT_EQ(bw_init(), 1);
+    shell.on_run = [](const std::string &command) {
+        return command.find(" up 400 ") != std::string::npos ? exited(1) : 0;
+    };
+    set(bss(9, VRE_BW_SET, 1, 9000));  // stays, so every status has to show it
+    wait_for_worker();
+    std::mt19937 random(1);
+    for (int i = 0; i < 4000; i++) {
+        change_something(random);
+        bw_status(VRE_BW_GET_STATUS, nullptr, 0);
+        ASSERT_NE(file_text("/tmp/.wl.bw_hash.dmp").find("Profile 9 [#1] (up = 9000, down = 18000):\n"),
+                  std::string::npos);
+        ASSERT_NE(file_text("/tmp/.wl.bw_cache.dmp").find("[Pri 1] [ProfId 9] [Evt Set] "), std::string::npos) << i;
+    }
+    wait_for_worker();
 }

@@ -41,6 +41,11 @@ namespace {
 
 class BandwidthRules : public BandwidthFixture {
 protected:
+    BandwidthRules() {
+        table_changes = 0;
+        changed_without_lock = false;
+    }
+
     ~BandwidthRules() override {
         clear_faults();
         deletion_fails = false;
@@ -531,6 +536,72 @@ TEST_F(BandwidthRules, ALiveChangeKeepsTheClassId) {
     const bw_rule_info req = set({.pri = 2, .classid = 12});
     EXPECT_EQ(station(1)->classid, 2U);
     EXPECT_EQ(req.classid, 2U);
+}
+
+TEST_F(BandwidthRules, ARestoredTransitionMovesTheClassIdToo) {
+    replay({.classid = 9});
+    replay({.transition = true, .applied = true, .classid = 12});
+    EXPECT_EQ(station(1)->classid, 12U);
+    expect_rule(1, 1, 2048, 4096, BW_APPLIED);
+}
+
+TEST_F(BandwidthRules, ARestoredWeakerChangeIsRefusedAndLeavesTheClassId) {
+    replay({.pri = 2, .classid = 9});
+    replay({.pri = 1, .up = 1, .classid = 12});
+    EXPECT_EQ(station(1)->classid, 9U);
+    expect_rule(1, 2, 2048, 4096, BW_HELD);
+}
+
+TEST_F(BandwidthRules, AMovedClassIdChangesNoMapOfTakenOnes) {
+    replay({.classid = 9});
+    replay({.pri = 2, .classid = 12});
+    EXPECT_EQ(profile(3)->classid_bm[0], 3U | 1U << 9);
+    EXPECT_EQ(profile(3)->last_classid, 9U);
+}
+
+TEST_F(BandwidthRules, ARestoredHoldOfAnotherPriorityHoldsTheRuleAndLeavesItsClassId) {
+    replay({.pri = 2, .transition = true, .applied = true, .classid = 9});
+    replay({.pri = 3, .up = 1, .down = 2, .transition = true, .classid = 12});
+    EXPECT_EQ(station(1)->classid, 9U);
+    expect_rule(1, 3, 1, 2, BW_HELD);
+    EXPECT_TRUE(commands().empty());
+    EXPECT_EQ(cache(), "");
+}
+
+TEST_F(BandwidthRules, ARestoredWeakerHoldKeepsTheStrongerLimits) {
+    replay({.pri = 2, .transition = true, .applied = true, .classid = 9});
+    replay({.pri = 1, .up = 1, .down = 2, .transition = true, .classid = 12});
+    EXPECT_EQ(station(1)->classid, 9U);
+    expect_rule(1, 2, 2048, 4096, BW_HELD);
+}
+
+TEST_F(BandwidthRules, ARestoredHoldOnAnotherInterfaceIsIgnored) {
+    replay({.pri = 2, .transition = true, .applied = true, .classid = 9});
+    log_capture log;
+    replay({.pri = 3, .up = 1, .interface = "ath7", .transition = true, .classid = 12});
+    EXPECT_TRUE(contains(log.lines(), "bw_set_sta_limit: Ignore the clear limits for STA 00:11:22:33:44:01, Interface "
+                                      "mismatch(ath0 ath7)"));
+    EXPECT_EQ(station(1)->classid, 9U);
+    EXPECT_STREQ(station(1)->interface, "ath0");
+    expect_rule(1, 2, 2048, 4096, BW_APPLIED);
+}
+
+TEST_F(BandwidthRules, ARestoredHoldWithoutPriorityDeletesTheRule) {
+    replay({.pri = 2, .transition = true, .applied = true, .classid = 9});
+    replay({.pri = 0, .transition = true, .e = VRE_BW_CLR});
+    EXPECT_EQ(station(1), nullptr);
+    EXPECT_EQ(profile(3)->classid_bm[0], 3U);
+    EXPECT_TRUE(commands().empty());
+    EXPECT_EQ(cache(), "");
+}
+
+TEST_F(BandwidthRules, ARestoredHoldOfTheSamePriorityClearsTheRule) {
+    replay({.pri = 2, .transition = true, .applied = true, .classid = 9});
+    replay({.pri = 2, .transition = true});
+    expect_rule(1, 0, -1, -1, BW_APPLIED);
+    EXPECT_EQ(station(1)->classid, 9U);
+    EXPECT_TRUE(commands().empty());
+    EXPECT_EQ(cache(), "");
 }
 
 TEST_F(BandwidthRules, ARestoredRuleRunsAndRecordsNothing) {

@@ -1,5 +1,5 @@
-// The table of SSID profiles: loading, publishing, deleting and the update event. The synch agent, the role rules and the
-// table's own changes are watched through the linker.
+// The table of SSID profiles: loading, publishing, deleting and the update event. The synch agent, the role rules and
+// the table's own changes are watched through the linker.
 #include "wl_ssid_profile.h"
 
 #include <algorithm>

@@ -1,10 +1,35 @@
-// Reading numbers from texts and fixed-size records from payloads.
+// Reading numbers from texts and fixed-size records from payloads, and the time that only passes.
 #include "wl_utils.h"
 
+#include <ctime>
+#include <functional>
 #include <gtest/gtest.h>
+#include <unistd.h>
+#include <vector>
 
 #include "big_endian.h"
+#include "child.h"
 #include "payload.h"
+
+namespace {
+
+bool clocks_are_ours;
+bool monotonic_fails;
+bool realtime_fails;
+std::vector<clockid_t> clocks_read;
+
+}  // namespace
+
+extern "C" int __real_clock_gettime(clockid_t clock, timespec *time);
+extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *time) {
+    if (!clocks_are_ours)
+        return __real_clock_gettime(clock, time);
+    clocks_read.push_back(clock);
+    if (clock == CLOCK_MONOTONIC ? monotonic_fails : realtime_fails)
+        return -1;
+    *time = clock == CLOCK_MONOTONIC ? timespec{123, 456'789'999} : timespec{1'700'000'000, 999};
+    return 0;
+}
 
 TEST(ToNumber, ReadsADecimalNumber) {
     EXPECT_EQ(to_number("0"), 0);
@@ -86,5 +111,70 @@ TEST(BigEndian, SignedValuesKeepTheirSign) {
     for (const int32_t value : {-1, INT32_MIN, INT32_MAX, -255}) {
         word = value;
         EXPECT_EQ(word, value);
+    }
+}
+
+namespace {
+
+/// Each test has a process of its own, because a clock that failed once is never read again.
+void expect_in_child(const std::function<bool()> &body) {
+    EXPECT_EQ(wait_for(start_child([&] {
+                  clocks_are_ours = true;
+                  if (!body())
+                      _exit(1);
+              })),
+              0);
+}
+
+bool time_is(int32_t sec, int32_t usec) {
+    os_reltime now;
+    return os_get_reltime(&now) == 0 && now.sec == sec && now.usec == usec;
+}
+
+using clocks = std::vector<clockid_t>;
+
+}  // namespace
+
+TEST(OsGetReltime, ReadsTheMonotonicClock) {
+    expect_in_child([] { return time_is(123, 456'789) && clocks_read == clocks{CLOCK_MONOTONIC}; });
+}
+
+TEST(OsGetReltime, ReadsTheRealTimeClockForGoodOnceTheMonotonicClockHasFailed) {
+    expect_in_child([] {
+        monotonic_fails = true;
+        if (!time_is(1'700'000'000, 0) || clocks_read != clocks{CLOCK_MONOTONIC, CLOCK_REALTIME})
+            return false;
+        monotonic_fails = false;
+        clocks_read.clear();
+        return time_is(1'700'000'000, 0) && clocks_read == clocks{CLOCK_REALTIME};
+    });
+}
+
+TEST(OsGetReltime, FailsWhenBothClocksFail) {
+    expect_in_child([] {
+        monotonic_fails = realtime_fails = true;
+        os_reltime now{7, 8};
+        return os_get_reltime(&now) == -1 && now.sec == 7 && now.usec == 8;
+    });
+}
+
+TEST(OsGetReltime, RecoversOnTheRealTimeClockOnly) {
+    expect_in_child([] {
+        monotonic_fails = realtime_fails = true;
+        os_reltime now;
+        (void)os_get_reltime(&now);
+        monotonic_fails = realtime_fails = false;
+        return time_is(1'700'000'000, 0);
+    });
+}
+
+TEST(OsGetReltime, NeverGoesBack) {
+    os_reltime before;
+    ASSERT_EQ(os_get_reltime(&before), 0);
+    for (int i = 0; i < 1000; i++) {
+        os_reltime now;
+        ASSERT_EQ(os_get_reltime(&now), 0);
+        ASSERT_TRUE(now.sec > before.sec || (now.sec == before.sec && now.usec >= before.usec));
+        before = now;
     }
 }

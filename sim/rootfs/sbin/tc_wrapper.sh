@@ -6,12 +6,12 @@
 #   tc_wrapper.sh clear profile ID bss priority N
 #   tc_wrapper.sh clear profile ID sta MAC classid HEX bssid MAC priority N
 #
-# Every run appends its arguments, one line, to /tmp/sim/tc_wrapper.record. Where tc and the interface pair bwdown, bwup are
-# there, it drives the kernel's traffic control: what clients receive leaves by bwdown and is told by its destination
-# address, what they send leaves by bwup and is told by its source address. Each has an HTB class a profile, with a class
-# a client below it. A limit below 1 means none.
+# Every run appends its arguments, one line, to /tmp/sim/tc_wrapper.record. Where tc and the interface pair bwdown, bwup
+# are there, it drives the kernel's traffic control: what clients receive leaves by bwdown and is told by its
+# destination address, what they send leaves by bwup and is told by its source address. Each has an HTB class a profile,
+# with a class a client below it. A limit below 1 means none.
 #
-# /tmp/sim/tc_wrapper.fault holds one line: TIMES (a number, or "always") and what the next runs do instead of their work:
+# /tmp/sim/tc_wrapper.fault holds one line: TIMES (a number, or "always") and what the next runs do instead:
 #   2 exit 7      end with that status
 #   1 signal KILL end by that signal
 #   1 hang        never end

@@ -107,8 +107,8 @@ extern int g_enable_simulator;
 /// caller's buffer. Items are read within a window of `len` bytes, plus 10 where there is a header; beyond it they read
 /// as 0.
 ///
-/// @param data  `len` bytes, followed by at least 64 zero bytes that end texts and stand in for missing ones; may be null,
-///              which clears the record
+/// @param data  `len` bytes, followed by at least 64 zero bytes that end texts and stand in for missing ones; may be
+///              null, which clears the record
 /// @param len   bytes of payload; negative counts as 0
 void wl_get_evt_info(vre_iw_cmd_t e, wl_evt_info_t *evt_info, void *data, int len);
 

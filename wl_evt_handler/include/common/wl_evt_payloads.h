@@ -22,6 +22,58 @@ struct [[gnu::packed]] vre_vlan_detected_info {
 };
 static_assert(sizeof(vre_vlan_detected_info) == 518);
 
+/// Limits of a client; -1 means none.
+struct [[gnu::packed]] vre_bw_data {
+    be_i32 bw_download_limit;
+    be_i32 bw_upload_limit;
+};
+static_assert(sizeof(vre_bw_data) == 8);
+
+/// Value of an event 65 that brings a key of a client. The identity begins in the last field and goes on behind it.
+struct [[gnu::packed]] vre_dot1x_pmk_evt_data {
+    uint8_t pmk[32];
+    be_u32 pmk_len;
+    be_u32 expiration;
+    uint8_t eap_type_authsrv;
+    be_i32 acct_interim_interval;
+    vre_bw_data bw_data;
+    uint8_t role_info[46];
+    be_i32 vlan_id;  // -1: none
+    be_u32 identity_len;
+    uint8_t identity[4];
+};
+static_assert(sizeof(vre_dot1x_pmk_evt_data) == 111);
+
+/// Value of an event 65 that brings the portal login of a client. Times are seconds of the wall clock.
+struct [[gnu::packed]] vre_portal_cl_auth_evt_info {
+    char ip_addr[16];  // dotted text; may lack its NUL
+    be_i32 expire;
+    be_i32 blackout_expire;
+    be_u32 login_time;
+    be_i32 bw_download_limit;
+    be_i32 bw_upload_limit;
+    char username[64];  // may lack its NUL
+};
+static_assert(sizeof(vre_portal_cl_auth_evt_info) == 100);
+
+/// Event 93: who takes part in a traffic test.
+struct [[gnu::packed]] vre_traffic_test_evt_data {
+    uint8_t subinfo_code;  // 1: the client, 2: the server, whose event arms the test
+    be_u16 profile_id;
+    char interface_name[16];  // the VAP on which the client is expected; may lack its NUL
+    uint8_t vre_mac_addr[6];
+    be_u32 vre_ip_addr;
+    be_u16 vre_port;
+};
+static_assert(sizeof(vre_traffic_test_evt_data) == 31);
+
+/// Event 94: the script of a traffic test has started.
+struct [[gnu::packed]] vre_traffic_test_pid {
+    uint8_t client_mac_addr[6];
+    be_i32 pid;
+};
+static_assert(sizeof(vre_traffic_test_pid) == 10);
+
 /// Event 96: an SSID profile was added or deleted.
 struct [[gnu::packed]] vre_profile_update_evt_info {
     be_u32 profile_id;

@@ -1,7 +1,9 @@
 /// Small helpers that every module may use, on any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 /// Reads a decimal number as far as it goes (leading blanks and a sign allowed, 0 when there is none) and saturates
 /// it to the 32-bit range, so that every machine reads the same value.
@@ -23,3 +25,10 @@ struct os_reltime {
 ///
 /// @param text  46 bytes
 void ip_address_text(const void *address, int len, char *text);
+
+/// Clears memory that held keys. The empty statement keeps the compiler from dropping the clearing of what is released
+/// next; not every C library has explicit_bzero.
+inline void wipe(void *bytes, size_t size) {
+    std::memset(bytes, 0, size);
+    asm volatile("" : : "r"(bytes) : "memory");
+}

@@ -62,9 +62,10 @@ uint8_t *set_synch_packet_app_header(uint8_t *buf, uint8_t version, uint8_t type
                                      uint8_t subtype, uint8_t appid_len, const char *appid, uint16_t payload_len,
                                      const uint8_t *mac);
 
-/// Sends a packet; a failure drops the connection.
+/// Sends a packet, whole and without waiting; a failed send drops the connection.
 ///
-/// @param payload  may be null
+/// @param payload  may be null; what holds more than SYNCH_PACKET_MAX bytes is refused, and the connection kept
+/// @param appid    appid_len bytes; may be null when that is 0
 /// @param mac      6 bytes; null: the broadcast address
 /// @return 0 or -1
 int send_packet_to_synch_agent(uint8_t type, uint8_t subtype, const app_data_info_t *payload, const char *appid,
@@ -73,13 +74,15 @@ int send_packet_to_synch_agent(uint8_t type, uint8_t subtype, const app_data_inf
 /// Appends one item (type, length, value) to a payload under construction.
 ///
 /// @param info    payload; grows by length + 2 bytes on success, unchanged on failure
-/// @param length  bytes of value; the length on the wire is its lowest 8 bits
+/// @param value   may be null when the length is 0
+/// @param length  bytes of value, all of them copied; the length on the wire is its lowest 8 bits
 /// @return 0, or -1 when the payload would pass SYNCH_PACKET_MAX or the length is negative
 [[nodiscard]] int fill_app_data_info(app_data_info_t *info, const void *value, uint8_t tlv_type, int length);
 
 /// Sends a request to register or unregister an application id.
 ///
 /// @param type       SYNCH_REGISTER or SYNCH_UNREGISTER
+/// @param app_name   NUL-terminated; a text's length on the wire is the lowest 8 bits of its own
 /// @param number     sent as it is, in network order
 /// @param interface  name of the interface; may be null, which counts as empty
 /// @return 0 or -1
@@ -94,7 +97,7 @@ int parse_min_app_header(const uint8_t *buf, app_header *header);
 /// Receives what is there of a packet, at most one.
 ///
 /// @param info  holds the packet across calls; the caller zeroes its counters after a complete packet and after a failure
-/// @param err   SYNCH_ERROR_SIZE bytes; explains a result other than 0
+/// @param err   SYNCH_ERROR_SIZE bytes; explains -1, and 1 when the read is to be tried again
 /// @return 0 complete, 1 incomplete, -1 when the connection is broken
 [[nodiscard]] int handle_synch_sock_tcp_read(int fd, synch_tcp_pkt_info_t *info, char *err);
 
@@ -106,5 +109,6 @@ void receive_synch_data();
 /// @return 0; -1 when it is malformed or memory is short
 int handle_synch_packet(const uint8_t *buf, int len);
 
-/// Drops the connection; the main loop opens a new one and registers anew. What was received of a packet is forgotten.
+/// Drops the connection, if there is one; the main loop opens a new one and registers anew. What was received of a packet
+/// is forgotten.
 void break_synch_connection();

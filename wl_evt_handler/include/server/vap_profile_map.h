@@ -1,6 +1,6 @@
-/// The map from a VAP's number to the SSID profile served on it, with the switch of per-client bandwidth control. Filled
-/// by "VRE.bw.vap_profile_id" and kept in "/tmp/.wl.vap_to_profile", so that a restarted daemon finds it again before it
-/// replays its bandwidth cache. Main thread only.
+/// The map from a VAP's number to the SSID profile served on it, with the switch of per-client bandwidth control.
+/// Filled by "VRE.bw.vap_profile_id" and kept in "/tmp/.wl.vap_to_profile", so that a restarted daemon finds it again
+/// before it replays its bandwidth cache. Main thread only.
 #pragma once
 
 #include <cstdint>

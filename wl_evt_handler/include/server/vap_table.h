@@ -1,6 +1,6 @@
-/// The table of VAPs: interface name, SSID, BSSID, profile and flags by interface index. Filled when an event first names
-/// an index (kernel, wireless driver, VAP-to-profile map, "/tmp/profile%d/profile.conf"), and emptied only as a whole.
-/// Main thread only.
+/// The table of VAPs: interface name, SSID, BSSID, profile and flags by interface index. Filled when an event first
+/// names an index (kernel, wireless driver, VAP-to-profile map, "/tmp/profile%d/profile.conf"), and emptied only as a
+/// whole. Main thread only.
 #pragma once
 
 #include <cstdint>
@@ -42,8 +42,8 @@ void init_iface_table();
 
 /// Asks the kernel and the driver for the VAP of an interface index and appends it to the table.
 ///
-/// @return the last record of the table: in a full table the new VAP is not stored and the sixteenth stands for it. Null
-///         when the index has no interface, the driver does not know it, or it has no SSID or BSSID yet
+/// @return the last record of the table: in a full table the new VAP is not stored and the sixteenth stands for it.
+///         Null when the index has no interface, the driver does not know it, or it has no SSID or BSSID yet
 [[nodiscard]] vap_info *add_vapinfo(int index);
 
 /// The VAP of an interface index, asked of the driver when the table does not have it; null when there is none.

@@ -55,12 +55,12 @@ void set_new_maxfd();
 /// @return the socket, owned by the caller; -1 on failure
 [[nodiscard]] int wl_unix_init();
 
-/// Starts the detached daemon: reload channel, modules, synch agent, configuration, label catalogue, event bus. Whatever
-/// fails is logged and tried again by the loop, or done without.
+/// Starts the detached daemon: reload channel, modules, synch agent, configuration, label catalogue, event bus.
+/// Whatever fails is logged and tried again by the loop, or done without.
 ///
 /// @param configuration  path of the daemon configuration file
 void start_server(const char *configuration);
 
-/// One turn of the main loop: reopens what is closed, waits at most 5 s, then serves what is ready in the order event bus,
-/// synch agent, reload channel.
+/// One turn of the main loop: reopens what is closed, waits at most 5 s, then serves what is ready in the order event
+/// bus, synch agent, reload channel.
 void serve_once();

@@ -27,8 +27,8 @@ char *macaddr_ntoa_r(const uint8_t mac[6], char *out);
 /// @param out       cleared as a whole when it has room for an address
 /// @param out_len   bytes of `out`, at least 6
 /// @param text_len  characters of `text`
-/// @return `out`; null, with a line on standard output, when `out` or the text is too short. The bytes before the end of
-///         a short text are then in `out`
+/// @return `out`; null, with a line on standard output, when `out` or the text is too short. The bytes before the end
+///         of a short text are then in `out`
 [[nodiscard]] uint8_t *macaddr_aton_r(uint8_t *out, int out_len, const char *text, int text_len);
 
 /// Reads on to the next line that has a key and a value. A line is "key = value" with any run of blanks and "=" between

@@ -5,6 +5,7 @@
 // lacks it after a rewrite, so bw_cache_fp stays closed and there is nothing to flush.
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "debug_log.h"
@@ -104,12 +105,10 @@ int bw_write_txn(const bw_rule_info *record) {
 
 void bw_rollback_last_txn() {
     const queue_lock lock;
-    const off_t offset = lseek(bw_cache_fd, 0, SEEK_CUR);
-    if (offset < RECORD_SIZE)  // closed, or nothing was written since it was opened
-        return;
-    // The offset stays where it is. Opened by rewrite_all_txn, the file gets the next record there, behind a gap of zeros
-    // that the replay skips.
-    (void)!ftruncate(bw_cache_fd, offset - RECORD_SIZE);
+    const off_t end = lseek(bw_cache_fd, 0, SEEK_CUR) - RECORD_SIZE;
+    // The offset stays where it is. Opened by rewrite_all_txn, the file gets the next record there, behind a gap of
+    // zeros that the replay skips. A negative end, of a cache that was closed meanwhile, is refused.
+    (void)!ftruncate(bw_cache_fd, end);
 }
 
 void rewrite_all_txn() {
@@ -139,4 +138,10 @@ void restore_bw_cache() {
         close(fd);
     }
     restoring_cache = 0;
+}
+
+void complete_last_record() {
+    struct stat cache {};
+    if (fstat(bw_cache_fd, &cache) == 0 && cache.st_size % RECORD_SIZE != 0)
+        (void)!ftruncate(bw_cache_fd, cache.st_size + RECORD_SIZE - cache.st_size % RECORD_SIZE);
 }

@@ -1,6 +1,6 @@
 /// What the sources of bandwidth control share: the rules and class ids (wl_bw_rules.cpp, wl_bw_classid.cpp), the
-/// command lines (wl_bw_command.cpp), the queue and the worker that runs them (wl_bw_queue.cpp), the cache that remembers
-/// them (wl_bw_cache.cpp) and the dumps (wl_bw_status.cpp).
+/// command lines (wl_bw_command.cpp), the queue and the worker that runs them (wl_bw_queue.cpp), the cache that
+/// remembers them (wl_bw_cache.cpp) and the dumps (wl_bw_status.cpp).
 ///
 /// The main thread owns the rules and is the only one to change them. The worker walks them when it rewrites the cache,
 /// so every change is made with queue_mutex held; the mutex is recursive, because a change queues its command under it.
@@ -80,8 +80,8 @@ void bw_set_bss_limit(bw_profile *profile, bw_rule_info *req);
 /// Sets the limit of a station, or moves its rule between held and applied. The caller holds queue_mutex.
 void bw_set_sta_limit(bw_profile *profile, bw_rule_info *req);
 
-/// Moves a rule to another state. One that leaves traffic control is cleared there; the command that puts one into it is
-/// the caller's. The caller holds queue_mutex.
+/// Moves a rule to another state. One that leaves traffic control is cleared there; the command that puts one into it
+/// is the caller's. The caller holds queue_mutex.
 void bw_stage_for_application(bw_rule *rule, uint32_t profile_id, uint8_t to_state);
 
 /// The name of a rule's state in lines of the log and of the status dump.
@@ -164,7 +164,7 @@ void free_bw_list_node(bw_list_node *node);
 /// @return bytes written; 0 during a replay, -1 when the write failed
 int bw_write_txn(const bw_rule_info *record);
 
-/// Takes the last record back out of the cache.
+/// Takes the record that was written last back out of the cache.
 void bw_rollback_last_txn();
 
 /// Rewrites the cache from the rules. The caller holds queue_mutex.
@@ -172,6 +172,10 @@ void rewrite_all_txn();
 
 /// Rebuilds the rules from the cache, running and recording nothing.
 void restore_bw_cache();
+
+/// Gives the part of a record that a kill within a write has left the zeros that the replay took for the rest, so that
+/// what is appended to the open cache is read in step. Takes nothing away.
+void complete_last_record();
 
 /// Runs a command line through the shell, up to five times, a second after each.
 ///

@@ -78,8 +78,9 @@ bool has_work_after_pause() {
 
 /// Takes the head of the queue and does what is done under the lock.
 ///
-/// @param command  what is left to run
-next_step take_command(std::span<char> command, uint8_t &action) {
+/// @param command   what is left to run
+/// @param recorded  whether the command's own record has been written, whole
+next_step take_command(std::span<char> command, bool &recorded) {
     const queue_lock lock;
     if (bw_thread_terminate != 0) {
         drop_all();
@@ -92,9 +93,9 @@ next_step take_command(std::span<char> command, uint8_t &action) {
     bw_list_node *node = take_head();
     if (node == nullptr)
         return next_step::go_on;
-    action = node->action;
-    if (action == BW_RECORD_AND_RUN || action == BW_RECORD)
-        (void)bw_write_txn(&node->bw_rule_info);
+    const uint8_t action = node->action;
+    recorded = (action == BW_RECORD_AND_RUN || action == BW_RECORD) &&
+               bw_write_txn(&node->bw_rule_info) == static_cast<int>(sizeof node->bw_rule_info);
     const bool runs = action == BW_RECORD_AND_RUN || action == BW_RUN;
     if (runs)
         (void)snprintf(command.data(), command.size(), "%s", node->rule);
@@ -102,7 +103,7 @@ next_step take_command(std::span<char> command, uint8_t &action) {
     return runs ? next_step::run : next_step::go_on;
 }
 
-void run_command(const char *command, uint8_t action) {
+void run_command(const char *command, bool recorded) {
     const int result = try_and_execute(command);
     const int error = errno;
     if (result == 0) {
@@ -111,17 +112,17 @@ void run_command(const char *command, uint8_t action) {
     }
     WL_LOG_AS(WORKER, 2, "Rule NOT Applied. Failed. try_and_execute returned [%d]. Error is [%s]", result,
               error_text(error));
-    if (action == BW_RECORD_AND_RUN)
+    if (recorded)  // else the last record is another command's
         bw_rollback_last_txn();
 }
 
 void *bw_queue_process(void *) {
     static char command[1000];
-    uint8_t action = 0;
+    bool recorded = false;
     for (;;) {
-        switch (take_command(command, action)) {
+        switch (take_command(command, recorded)) {
         case next_step::run:
-            run_command(command, action);
+            run_command(command, recorded);
             break;
         case next_step::go_on:
             break;
@@ -179,6 +180,7 @@ int bw_init() {
         WL_LOG(3, "Failed to create file %s", BW_CACHE_FILE);
         return bw_cache_fd;
     }
+    complete_last_record();
     return 1;
 }
 

@@ -28,8 +28,9 @@ unsigned long bw_profile_hash(const void *key, void *) {
     return static_cast<const bw_profile *>(key)->profile_id % BW_BUCKETS;
 }
 
-/// Deliberately finds every key equal: profiles of one bucket share the record of the one created first, with its limits
-/// and its class ids. Telling them apart would give their stations other class ids than traffic control has them under.
+/// Deliberately finds every key equal: profiles of one bucket share the record of the one created first, with its
+/// limits and its class ids. Telling them apart would give their stations other class ids than traffic control has them
+/// under.
 int bw_profile_hash_cmp(const void *, const void *, void *) {
     return 0;
 }

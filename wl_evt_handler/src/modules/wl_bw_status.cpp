@@ -42,8 +42,8 @@ void dump_cache(const char *function) {
     FILE *const in = std::fopen(BW_CACHE_FILE, "re");
     FILE *const out = std::fopen(CACHE_DUMP_FILE, "we");
     if (in == nullptr || out == nullptr) {
-        // The one that did open is deliberately left open. It comes to that only when the cache has been deleted or "/tmp"
-        // takes no file.
+        // The one that did open is deliberately left open. It comes to that only when the cache has been deleted or
+        // "/tmp" takes no file.
         WL_LOG_AS(function, 3, "Could not open BW cache files");
         return;
     }

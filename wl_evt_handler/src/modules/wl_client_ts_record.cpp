@@ -328,7 +328,7 @@ void clrec_free(cl_conn_evt_rec *rec) {
         cl_evt &event = rec->cl_evt[i];
         if (event.subinfo_value == nullptr)
             continue;
-        explicit_bzero(event.subinfo_value, event.subinfo_value_len);
+        wipe(event.subinfo_value, event.subinfo_value_len);
         clts_release(event.subinfo_value, event.subinfo_value_len);
         conn_cb.num_subinfovalue_malloc--;
     }

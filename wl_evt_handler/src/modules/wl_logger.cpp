@@ -69,6 +69,8 @@ prepared_value bandwidth_value(const wl_evt_info_t &event) {
 
 prepared_value prepare_value(uint32_t info_code, uint16_t subinfo_code, const uint8_t *value, int length,
                              const wl_evt_info_t *event) {
+    if (info_code == INFO_CLIENT_PMK || info_code == INFO_CLIENT_PORTAL_LOGIN)
+        return {};  // whatever words the catalogue has for them, keys and logins stay out of the log
     if (value == nullptr)
         return info_code == INFO_BANDWIDTH && event != nullptr ? bandwidth_value(*event) : prepared_value{};
     if (info_code == INFO_IPV6_ADDRESS || info_code == INFO_DHCP) {

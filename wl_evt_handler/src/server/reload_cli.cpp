@@ -27,7 +27,7 @@ bool begins_with(const char *text, const char *prefix) {
     return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
 }
 
-/// Busy, not asleep: the CPU use is what a watchdog sees. The empty statement keeps the compiler from dropping the loop.
+/// Busy, not asleep: the CPU use is what a watchdog sees. The empty statement keeps the loop from being dropped.
 [[noreturn]] void spin_forever() {
     for (;;)
         asm volatile("");

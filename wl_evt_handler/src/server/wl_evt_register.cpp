@@ -120,7 +120,7 @@ void handle_vre_ss(vre_iw_cmd_t e, void *buf, int len) {
         std::ranges::find(STEERING_SUBINFO_CODES, info.subinfo_code) == std::ranges::end(STEERING_SUBINFO_CODES))
         return;
     WL_LOG(7, "Subinfo code %d match , send steering packet", info.subinfo_code);
-    // A value too short for the count is deliberately not refused: whatever follows it stands in, 0 after the last item.
+    // A value too short for the count is deliberately not refused: what follows it stands in, 0 after the last item.
     send_client_steering_attempts_packet(info.subinfo_value, info.subinfo_code,
                                          info.subinfo_value[STEERING_ATTEMPTS_OFFSET]);
 }

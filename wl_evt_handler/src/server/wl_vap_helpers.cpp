@@ -114,8 +114,8 @@ void create_and_add_extra_vlan(list_t **list, int vlan_id, uint16_t *count) {
     }
     *vlan = vlan_id;
     const int length_before = list_length(*list);
-    // A duplicate is deliberately not freed, for compatibility. It costs an int for each VLAN that a profile names twice,
-    // each time the profile is loaded.
+    // A duplicate is deliberately not freed, for compatibility. It costs an int for each VLAN that a profile names
+    // twice, each time the profile is loaded.
     if (list_insert_without_duplication(list, lt_compare_extra_vlan, vlan, nullptr) != 0)
         return;
     // The list also reports success when it had no memory for a node.

@@ -1,6 +1,6 @@
 /// Bandwidth control: one limit for each SSID's BSS and one for each of its stations, turned into command lines of the
-/// traffic-control script. A station's limit is held until the station is authorized, applied while it is connected, and
-/// removed when it leaves. A worker thread runs the commands and writes the changes that must outlive a restart to
+/// traffic-control script. A station's limit is held until the station is authorized, applied while it is connected,
+/// and removed when it leaves. A worker thread runs the commands and writes the changes that must outlive a restart to
 /// "/tmp/.wl.bw_cache". The handlers run on the main thread and never wait for a script.
 #pragma once
 

@@ -148,6 +148,6 @@ void free_portal_cl_info(portal_cl_info *portal);
 /// Frees a client that is in no cache, with everything it owns.
 void free_cl_info_node(wl_client_info *client);
 
-/// Starts the module: makes the table of SSID profiles, whose members the caches are. Without it nothing can run, so the
-/// process ends with status 1 when memory is short.
+/// Starts the module: makes the table of SSID profiles, whose members the caches are. Without it nothing can run, so
+/// the process ends with status 1 when memory is short.
 void wl_init_cl_cache_info();

@@ -1,6 +1,6 @@
-/// SSID profiles: what the access point's configuration says about each SSID it serves. Profiles are loaded at start-up,
-/// added and deleted by "VRE.ssid_profile_update", and never changed in place: a changed profile is deleted and added
-/// again. Each carries its client cache and its registration with the synch agent.
+/// SSID profiles: what the access point's configuration says about each SSID it serves. Profiles are loaded at
+/// start-up, added and deleted by "VRE.ssid_profile_update", and never changed in place: a changed profile is deleted
+/// and added again. Each carries its client cache and its registration with the synch agent.
 ///
 /// The main thread owns the table and the records. The timer thread walks the table with g_ssid_profile_list_mutex
 /// held, so the main thread takes it around adding and deleting; its own walks need no lock.
@@ -90,8 +90,8 @@ void handle_wl_ssid_profile_update(vre_iw_cmd_t e, void *buf, int len);
 /// Adds, deletes or refreshes a profile.
 ///
 /// @param update  the 5 bytes of a vre_profile_update_evt_info; may be null
-/// @return 0 when the request was carried out, also when the files of a new profile do not make a usable one; -1 when it
-///         was refused
+/// @return 0 when the request was carried out, also when the files of a new profile do not make a usable one; -1 when
+///         it was refused
 int handle_ssid_profile_update(const void *update);
 
 /// Reads the daemon configuration file and loads every profile it lists. A line that is not "PROFILE <id> <name>" loads
@@ -100,8 +100,8 @@ int handle_ssid_profile_update(const void *update);
 /// @param conf_file  may be null
 void read_wl_conf(const char *conf_file);
 
-/// Loads a profile from its files, adds it to the table in place of one with the same id and registers it with the synch
-/// agent. A profile that is not usable is dropped.
+/// Loads a profile from its files, adds it to the table in place of one with the same id and registers it with the
+/// synch agent. A profile that is not usable is dropped.
 ///
 /// @param profile_id  the number in the files' paths; the profile's own id is what its files say
 void init_ssid_config(uint32_t profile_id);
@@ -115,8 +115,8 @@ void read_ssid_config_file(const char *path, ssid_profile_info *profile);
 /// @param line   number of the line; not used
 void fill_ssid_profile_data_config(ssid_profile_info *profile, char *value, const char *key, int line);
 
-/// Decides whether a loaded profile can be used and completes one that can with its client cache and its role derivation
-/// rules. Called once for each profile.
+/// Decides whether a loaded profile can be used and completes one that can with its client cache and its role
+/// derivation rules. Called once for each profile.
 ///
 /// @return 0 usable, 1 not
 [[nodiscard]] int check_needed_ssid_config_present(ssid_profile_info *profile);

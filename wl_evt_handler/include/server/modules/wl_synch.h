@@ -20,6 +20,7 @@ void handle_inter_ap_synch_params(vre_iw_cmd_t e, void *buf, int len);
 /// Sends the parameters of the synchronisation to the agent.
 ///
 /// @param parameters  the 2 bytes of a vre_inter_ap_param; may be null, which is logged
+/// @return 0 or -1
 int handle_inter_ap_params(const void *parameters);
 
 /// Registers SSIDs with the synch agent.
@@ -30,12 +31,15 @@ int check_and_register_ssids(int all);
 
 /// Registers the SSID of a profile with the synch agent. Only the agent's answer makes it registered.
 ///
-/// @return 0 when the request went out or need not; else -1
+/// @param profile  may be null, which is logged
+/// @return 0 when the interface is up, whether the send succeeds or not, and also when nothing is sent because the
+///         profile is a mesh; else -1
 int register_ssid_with_synch_agent(ssid_profile_info *profile);
 
 /// Withdraws the SSID of a profile from the synch agent.
 ///
-/// @return 0 when the request went out; else -1
+/// @param profile  may be null, which is logged
+/// @return 0 when the profile uses the agent, whether the send succeeds or not; else -1
 int unregister_ssid_with_synch_agent(ssid_profile_info *profile);
 
 /// Marks every profile as not registered: the connection is gone.
@@ -53,16 +57,18 @@ void handle_rf_neighbor_list_update();
 /// @return 0 or -1
 int send_cl_info_req_packet(ssid_profile_info *profile, uint8_t flag);
 
-/// Sends the active clients of a profile, in as many packets as it takes.
+/// Sends the active clients of a profile, in as many packets as it takes. A packet that cannot be sent at once drops the
+/// connection, and the rest of the answer with it.
 void send_all_cl_info_for_ssid(ssid_profile_info *profile, const app_header *request);
 
 /// Announces the portal login of a client that has become active.
 void send_cl_portal_login_packet(ssid_profile_info *profile, wl_client_info *client);
 
-/// Finds the interface of the communication VLAN.
+/// Reads the name of the communication VLAN's interface, g_comm_vlan_iface_name, from the sensor's configuration. Without
+/// that file the name stays as it is.
 void set_comm_vlan_iface_name();
 
-/// @param name  may be null
+/// @param name  at most 15 characters of it are looked at; may be null
 /// @return 0 when the interface is up and running, else -1
 [[nodiscard]] int is_iface_up(const char *name);
 
@@ -77,4 +83,5 @@ int send_client_steering_attempts_packet(const uint8_t *mac, uint16_t code, uint
 /// the daemon calls it.
 ///
 /// @param gateway  may be null, which is logged
+/// @return 0, also when nothing is to be sent; -1
 int send_vlan_gateway_info_packet(const vre_vg_evt_data *gateway);
