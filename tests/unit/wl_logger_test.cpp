@@ -359,12 +359,22 @@ TEST_F(Logger, AnAbsentValueStaysAbsent) {
 
 TEST_F(Logger, AValueIsCopiedAndEndsWithAZero) {
     const byte_string value = {0, 1, 0xFF, 0};
-    for (const uint32_t info : {1, 2, 4, 5, 8, 16, 19, 20, 21, 23, 25, 26, 27, 100, 104})
+    for (const uint32_t info : {1, 2, 4, 5, 8, 16, 19, 20, 21, 23, 25, 26, 27, 99, 102, 104})
         EXPECT_EQ(prepared(info, 801, value), value) << info;
     EXPECT_EQ(prepared(INFO_RADIUS, 800, value), value);
     EXPECT_EQ(prepared(INFO_RADIUS, 802, value), value);
     EXPECT_EQ(prepared(INFO_PORTAL, 0, {}), byte_string());
     EXPECT_EQ(prepared(INFO_RADIUS, 802, byte_string(65535, 7)), byte_string(65535, 7));
+}
+
+TEST_F(Logger, KeysAndLoginsHaveNoValueInALine) {
+    for (const uint32_t info : {100, 101})
+        for (const uint16_t sub : {0, 39, 801}) {
+            write(info, sub, text_bytes("correct horse battery staple"));
+            EXPECT_EQ(generator.params.info_code, static_cast<int>(info));
+            EXPECT_EQ(generator.params.subinfo_value, nullptr);
+            EXPECT_EQ(generator.params.subinfo_value_len, 0);
+        }
 }
 
 TEST_F(Logger, ABandwidthEventWithoutAValueHasItsRuleForOne) {
