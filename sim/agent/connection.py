@@ -13,12 +13,9 @@ from sim.background import DEFAULT_LIMIT, wait_until
 ADDRESS = ("127.0.0.1", 12345)
 
 
-def listen(address: tuple[str, int] = ADDRESS, *, receive_buffer: int | None = None) -> socket.socket:
-    """A socket that daemons can connect to; with a small `receive_buffer` an agent that does not read is soon full."""
-    listener = socket.create_server(address)
-    if receive_buffer is not None:
-        listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
-    return listener
+def listen(address: tuple[str, int] = ADDRESS) -> socket.socket:
+    """A socket that daemons can connect to."""
+    return socket.create_server(address)
 
 
 def accept(listener: socket.socket, limit: float = DEFAULT_LIMIT) -> Connection:
