@@ -64,7 +64,6 @@ extern "C" [[gnu::used]] inline int __wrap_gettimeofday(timeval *time, void *) {
 extern "C" [[gnu::used]] inline int __wrap_pthread_create(pthread_t *, const pthread_attr_t *, void *(*body)(void *),
                                                           void *) {
     world.thread_body = body;
-    errno = world.thread_error;
     return world.thread_error;
 }
 
