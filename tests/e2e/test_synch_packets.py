@@ -1,9 +1,13 @@
 """The agent's own judgement of what the daemon sends: it is the verdict of other tests, so it must be right itself."""
 
+import socket
+
 import pytest
 from synch_bytes import registration, request, wire
 
 from sim.agent import packets
+from sim.agent.agent import Agent
+from sim.agent.connection import ADDRESS, Connection
 from sim.agent.packets import Hole, Login, Malformed, Packet, Pmk
 from sim.events import u16
 
@@ -92,3 +96,15 @@ def test_what_the_daemon_may_send_is_well_formed(raw):
 def test_what_the_daemon_may_not_send_is_refused(packet):
     with pytest.raises(Malformed):
         packets.check(packet)
+
+
+def test_an_agent_remembers_what_was_malformed_and_keeps_the_connection():
+    with Agent() as agent, Connection(socket.create_connection(ADDRESS)) as daemon:
+        daemon.send(request(b"Lobby", 1))
+        agent.wait_for(packets.CLIENT_INFO)
+        assert agent.malformed == []
+        daemon.send(wire(10, 2, 2, b"Lobby", HOLE))
+        daemon.send(registration(32, b"Lobby"))
+        agent.wait_for(packets.REGISTER)
+        assert agent.malformed == ["0 bytes of zeros, where 53 have been left out"]
+        assert agent.connections == 1
