@@ -32,7 +32,10 @@ HELP = f"""\
   errors [MAC]        the failed attempts of a client, or all
   flood N             send N authorisations of a client
   reload TEXT         send a reload command as it is, trailing blank too: "reload APPL_SANITY_TEST "
-  agent WORD [SSID]   the synch agent: ask, accept, refuse or ignore SSID; changed (neighbours); stop, start, restart
+  agent ask SSID      let the synch agent ask for the clients of an SSID, as a neighbour would
+  agent accept SSID   let it accept the registrations of an SSID from now on; so, too: agent refuse, agent ignore
+  agent changed       let it report that the neighbours have changed
+  agent stop          end it as a crash would; "agent start" starts it, "agent restart" does both
   log [N]             the last N lines of the debug log (20)
   bus                 the queues, and what the daemon has published
   syslog              the system log
@@ -76,8 +79,8 @@ class Prompt(cmd.Cmd):
         try:
             return bool(super().onecmd(line))
         except (IndexError, ValueError, struct.error):
-            usage = next(entry for entry in HELP.splitlines() if entry.split()[0] == line.split()[0])
-            print(f"  usage:{usage}")
+            usage = [entry for entry in HELP.splitlines() if entry.split()[0] == line.split()[0]]
+            print("  usage:" + "\n        ".join(usage))
         except OSError as failure:
             print(f"  that failed: {failure}")
         return False

@@ -1,7 +1,5 @@
 """Events over the real queue."""
 
-import os
-import signal
 import socket
 
 from sim import bus, processes
@@ -120,12 +118,10 @@ def test_bus_sync_and_reload_are_served_in_this_order(start):
         connection, _ = agent.accept()
         set_level(ap, 7)
         since = len(ap.log())
-        pid = ap.pid
-        os.kill(pid, signal.SIGSTOP)
-        connection.sendall(b"x")
-        ap.reload_without_reply("mq_fail_stats ")
-        ap.send_event("VRE.bw.events", coded(1, u16(1)))
-        os.kill(pid, signal.SIGCONT)
+        with ap.held():
+            connection.sendall(b"x")
+            ap.reload_without_reply("mq_fail_stats ")
+            ap.send_event("VRE.bw.events", coded(1, u16(1)))
         wanted = {
             "g_enable_simulator [1]": "bus",
             "packet from synch agent": "synch",

@@ -37,8 +37,8 @@ int start_module() {
     if (pthread_mutex_init(&conn_cb.mutex, nullptr) != 0)
         return -EIO;
     const conn_lock lock;  // the thread waits until the block is complete
-    if (pthread_create(&conn_cb.timer_thread, nullptr, conn_fail_det_timer_func, nullptr) != 0) {
-        const int error = errno;
+    const int error = pthread_create(&conn_cb.timer_thread, nullptr, conn_fail_det_timer_func, nullptr);
+    if (error != 0) {
         WL_LOG_AS("wl_client_ts_init", 2, "CTS: Could not create timer thread %s", error_text(error));
         return -ENXIO;
     }

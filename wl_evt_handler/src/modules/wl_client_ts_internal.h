@@ -59,13 +59,14 @@ struct client_list_rec {
 };
 
 /// A client in the detailed log.
-struct [[gnu::packed]] detail_clrec {
+struct [[gnu::packed]] detailed_client_rec {
     uint8_t cl_mac[6];
     uint32_t timestamp;  // ms
     uint32_t prev_info_code;
     uint32_t prev_sub_info_code;
     uint8_t bssid[6];
 };
+using detail_clrec = detailed_client_rec;
 static_assert(sizeof(detail_clrec) == 24);
 
 struct conn_ctrlblk {
@@ -208,17 +209,19 @@ int check_connection_info_in_previous_records(const cl_conn_evt_rec *rec, int sl
 /// Copies the times of a record into the client's stored record of the same failure, if there is one.
 void merge_connection_info_in_previous_records(const cl_conn_evt_rec *rec);
 
-// wl_client_ts_report.cpp: what leaves
+// wl_client_ts_report.cpp: the verdict leaves
 
 /// Reports an attempt on the bus (event 49).
 ///
 /// @param slot  of the failure; SUCCESS_REPORT for a success
 void check_and_send_client_connection_info(cl_conn_evt_rec *clrec, int slot);
 
+/// Writes a stored record into a dump file; nothing for a null argument.
+void print_record(FILE *fp, const cl_conn_evt_rec *clrec);
+
+// wl_client_ts_forward.cpp
+
 /// Forwards an event of a client on the bus (event 42). Needs no mutex.
 ///
 /// @return 0; -1 when it was not sent
 int send_client_ts_info(vre_iw_cmd_t e, const wl_evt_info_t *evt);
-
-/// Writes a stored record into a dump file; nothing for a null argument.
-void print_record(FILE *fp, const cl_conn_evt_rec *clrec);

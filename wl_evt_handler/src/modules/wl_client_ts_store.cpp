@@ -1,4 +1,5 @@
-// The error store: the records of failed attempts, at most five of a client and 512 in all, the oldest pushed out first.
+// The error store: the records of failed attempts, at most five of a client and 512 in all, the oldest pushed out
+// first.
 #include <algorithm>
 #include <cstring>
 #include <iterator>

@@ -1,9 +1,9 @@
-/// Client troubleshooting: why a client could not connect. Every client that starts to join gets a connection record that
-/// collects the events of its attempt, until the attempt is judged a success or a failure; the verdict leaves on the bus,
-/// records of failed attempts stay in a bounded store that can be dumped to a file.
+/// Client troubleshooting: why a client could not connect. Every client that starts to join gets a connection record
+/// that collects the events of its attempt, until the attempt is judged a success or a failure; the verdict leaves on
+/// the bus, records of failed attempts stay in a bounded store that can be dumped to a file.
 ///
-/// Handlers run on the main thread; a timer thread ends attempts that stand still. Both hold the mutex of conn_cb around
-/// all work on its tables, counters and records.
+/// Handlers run on the main thread; a timer thread ends attempts that stand still. Both hold the mutex of conn_cb
+/// around all work on its tables, counters and records.
 #pragma once
 
 #include <cstdint>

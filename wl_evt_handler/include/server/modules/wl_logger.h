@@ -1,6 +1,6 @@
-/// Readable lines of the client events, in the words of the label catalogue: in the system log, one an event, and in the
-/// dump files of stored connection records. Main thread only; wl_log_evt runs under the mutex of conn_cb when it writes
-/// a dump.
+/// Readable lines of the client events, in the words of the label catalogue: in the system log, one an event, and in
+/// the dump files of stored connection records. Main thread only; wl_log_evt runs under the mutex of conn_cb when it
+/// writes a dump.
 #pragma once
 
 #include <cstdint>
