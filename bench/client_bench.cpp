@@ -1,9 +1,9 @@
-// Events of clients per second through the whole daemon: its loop, every handler, a line in the system log and the event
-// forwarded to one subscriber; against a floor that makes only the same system calls for the same bytes: select,
-// mq_receive, the log's send, mq_send. A second floor writes its lines with syslog(), as the daemon has to. The events are those of clients that 802.1X lets in, client after client, so
-// every attempt ends in a report. Queues are filled before and emptied after each measured stretch, so nobody waits and
-// processor time is what there is to measure; wall time is given beside it. Last, the memory of the attempts that the
-// daemon keeps.
+// Events of clients per second through the whole daemon: its loop, every handler, a line in the system log and the
+// event forwarded to one subscriber; against a floor that makes only the same system calls for the same bytes: select,
+// mq_receive, the log's send, mq_send. A second floor writes its lines with syslog(), as the daemon has to. The events
+// are those of clients that 802.1X lets in, client after client, so every attempt ends in a report. Queues are filled
+// before and emptied after each measured stretch, so nobody waits and processor time is what there is to measure; wall
+// time is given beside it. Last, the memory of the attempts that the daemon keeps.
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
