@@ -141,6 +141,10 @@ def mac_bytes(text: str) -> bytes:
     return bytes.fromhex(text.replace(":", ""))
 
 
+def mac_text(mac: bytes) -> str:
+    return mac.hex(":")
+
+
 def u16(value: int) -> bytes:
     return struct.pack(">H", value)
 

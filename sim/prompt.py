@@ -12,10 +12,12 @@ import time
 from sim import bandwidth, bus, reload
 from sim.access_point import CRASH_RECORD, LOG
 from sim.agent.agent import ACCEPT, IGNORE, REFUSE
+from sim.attempts import ATTEMPTS
 from sim.events import BW_APPLY_RULE, INDICES, NAMES, coded, describe, item, typical, u16, vlan_information
+from sim.scenarios import clients
 from sim.stage import Stage, show
 
-HELP = """\
+HELP = f"""\
   level N             set the debug level over the bus (2 to 7)
   steer CODE          send a smart-steering event with this code
   vlans V,V,...       report VLANs as the sensor does (0 is untagged traffic)
@@ -24,6 +26,10 @@ HELP = """\
   clear WHO           clear that limit: "clear 02:00:00:00:00:01"
   fail TIMES HOW      make the traffic-control script fail: "fail 2 exit 7", "fail 1 hang", "fail always signal KILL"
   tc                  the script's runs so far, the kernel's classes and filters; a run may take five seconds to come
+  join HOW [MAC]      let a client try to connect, for instance "join wrong-key"; HOW is one of
+                      {" ".join(ATTEMPTS)}
+  pass SECONDS        let so much time pass for the daemon: attempts end after 120 s, at a portal after 300 s
+  errors [MAC]        the failed attempts of a client, or all
   flood N             send N authorisations of a client
   reload TEXT         send a reload command as it is, trailing blank too: "reload APPL_SANITY_TEST "
   agent ask SSID      let the synch agent ask for the clients of an SSID, as a neighbour would
@@ -51,6 +57,8 @@ From another terminal, in the project's directory:
 
 SSID = "ssid"
 PROFILE = 7
+NEWCOMER = "02:00:00:00:0c:01"
+EVERYBODY = "ff:ff:ff:ff:ff:ff"
 
 
 def _address(who: str) -> str:
@@ -136,6 +144,22 @@ class Prompt(cmd.Cmd):
         for interface in bandwidth.PAIR:
             shown = (bandwidth.classes(interface) or "") + (bandwidth.filters(interface) or "")
             show("file", f"tc -s class show dev {interface}; tc filter show dev {interface}\n{shown}")
+
+    def do_join(self, arg: str) -> None:
+        how, _, mac = arg.partition(" ")
+        if how not in ATTEMPTS:
+            print(f"  HOW is one of {' '.join(ATTEMPTS)}")
+            return
+        seen = len(self.stage.ap.syslog)
+        clients.perform(self.stage, ATTEMPTS[how], mac or NEWCOMER)
+        clients.show_lines(self.stage, mac or NEWCOMER, seen)
+
+    def do_pass(self, arg: str) -> None:
+        self.stage.clock.let_pass(float(arg))
+        self.stage.ap.settle()
+
+    def do_errors(self, arg: str) -> None:
+        show("file", clients.errors(self.stage, arg or EVERYBODY))
 
     def do_flood(self, arg: str) -> None:
         count = int(arg)

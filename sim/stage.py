@@ -7,12 +7,14 @@ import sys
 from collections.abc import Callable, Sequence
 from typing import TypeVar
 
-from sim import reload
+from sim import reload, reports
 from sim.access_point import AccessPoint, LogRecord
 from sim.agent.agent import Agent
 from sim.agent.neighbour import Neighbour
 from sim.agent.packets import describe as describe_packet
 from sim.background import wait_until
+from sim.bus import Message
+from sim.clock import Clock
 from sim.events import describe
 from sim.wireless import Wireless
 
@@ -29,6 +31,8 @@ _COLOURS = {
     "agent": "34",
     "AP 2": "33",
     "log": "2",
+    "syslog": "2",
+    "clock": "36",
     "ok": "32",
     "FAILED": "1;31",
 }
@@ -37,6 +41,16 @@ _COLOURS = {
 def _worth_showing(record: LogRecord) -> bool:
     """Leaves out what is said at every turn while there is no synchronisation agent, and our own waiting."""
     return record.function != "init_synch_sock" and f"[{_SANITY_TEST}]" not in record.message
+
+
+def _description(name: str, message: Message) -> str | None:
+    """What to show of a message that a peer got. Every peer gets the reports and forwarded events of clients: they are
+    shown once, and forwarded events not at all, which say what the event has said."""
+    if message.event == reports.FORWARDED or (message.event == reports.REPORT and name != "/wl_evt_proxy"):
+        return None
+    if message.event == reports.REPORT:
+        return f"every peer gets {message.event}, {len(message.payload)} bytes:\n{reports.decode(message.payload)}"
+    return f"{name} gets {describe(*message)}"
 
 
 def show(label: str, text: str) -> None:
@@ -51,9 +65,10 @@ def show(label: str, text: str) -> None:
 class Stage:
     """`daemon` is the command of the daemon alone; agent and neighbour are there once a scenario has started them."""
 
-    def __init__(self, access_point: AccessPoint, wireless: Wireless, daemon: Sequence[str]):
+    def __init__(self, access_point: AccessPoint, wireless: Wireless, clock: Clock, daemon: Sequence[str]):
         self.ap = access_point
         self.wireless = wireless
+        self.clock = clock
         self.daemon = daemon
         self.agent: Agent | None = None
         self.neighbour: Neighbour | None = None
@@ -134,7 +149,8 @@ class Stage:
         self._shown = len(records)
         for name, peer in self.ap.peers.items():
             for message in self._new_of(name, peer.messages):
-                show("bus", f"{name} gets {describe(*message)}")
+                if description := _description(name, message):
+                    show("bus", description)
         if self.agent is not None:
             for packet in self._new_of("agent", self.agent.received):
                 show("agent", f"gets {describe_packet(packet)}")
