@@ -1,5 +1,5 @@
-// The report of an attempt, byte by byte, and the text of a stored record in a dump file. The bus, the clock and the APC
-// feature are the tests' own.
+// The report of an attempt, byte by byte, and the text of a stored record in a dump file. The bus, the clock and the
+// APC feature are the tests' own.
 #include "wl_client_ts_internal.h"
 
 #include <cstdlib>

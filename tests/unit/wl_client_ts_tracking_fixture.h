@@ -1,6 +1,6 @@
-/// What the tests of connection tracking share: the module without its timer thread, a clock that stands still until the
-/// test moves it, and what the module sends. A test executable links with --wrap=gettimeofday, --wrap=pthread_create,
-/// --wrap=pthread_join, --wrap=pthread_mutex_lock and --wrap=wl_send_evt.
+/// What the tests of connection tracking share: the module without its timer thread, a clock that stands still until
+/// the test moves it, and what the module sends. A test executable links with --wrap=gettimeofday,
+/// --wrap=pthread_create, --wrap=pthread_join, --wrap=pthread_mutex_lock and --wrap=wl_send_evt.
 #pragma once
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-/// The packets in which client troubleshooting leaves on the bus: fixed fields, then items of type, length and value, all
-/// numbers big-endian.
+/// The packets in which client troubleshooting leaves on the bus: fixed fields, then items of type, length and value,
+/// all numbers big-endian.
 #pragma once
 
 #include <cstddef>
