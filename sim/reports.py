@@ -11,6 +11,7 @@ import socket
 import struct
 from dataclasses import dataclass, field
 
+from sim import events
 from sim.events import mac_bytes, mac_text
 
 REPORT = "VRE.debug.client_info"
@@ -220,3 +221,15 @@ def decode_forwarded(payload: bytes) -> Forwarded:
     if [kind for kind, _ in found.items[:1]] != [EVENT_SUB] or len(found.items[0][1]) != 4:
         raise Malformed("a forwarded event begins with its sub-code")
     return found
+
+
+def describe(event: str, payload: bytes) -> str:
+    """A message of the bus, for people: what client troubleshooting has published is taken apart."""
+    try:
+        if event == REPORT:
+            return f"{event}, {len(payload)} bytes:\n{decode(payload)}"
+        if event == FORWARDED:
+            return f"{event}, {len(payload)} bytes: {decode_forwarded(payload)}"
+    except Malformed:
+        pass
+    return events.describe(event, payload)

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import os
 import sys
-from collections.abc import Callable, Sequence
+from collections.abc import Callable, Iterable, Iterator, Sequence
 from typing import TypeVar
 
 from sim import reload, reports
@@ -15,7 +15,6 @@ from sim.agent.packets import describe as describe_packet
 from sim.background import wait_until
 from sim.bus import Message
 from sim.clock import Clock
-from sim.events import describe
 from sim.wireless import Wireless
 
 T = TypeVar("T")
@@ -48,9 +47,32 @@ def _description(name: str, message: Message) -> str | None:
     shown once, and forwarded events not at all, which say what the event has said."""
     if message.event == reports.FORWARDED or (message.event == reports.REPORT and name != "/wl_evt_proxy"):
         return None
-    if message.event == reports.REPORT:
-        return f"every peer gets {message.event}, {len(message.payload)} bytes:\n{reports.decode(message.payload)}"
-    return f"{name} gets {describe(*message)}"
+    receiver = "every peer" if message.event == reports.REPORT else name
+    return f"{receiver} gets {reports.describe(*message)}"
+
+
+def _folded(lines: Sequence[str]) -> Iterator[str]:
+    """Shows once what follows three times or more, also where it is some lines that do."""
+    at = 0
+    while at < len(lines):
+        for length in range(1, 9):
+            block = lines[at : at + length]
+            times = 1
+            while lines[at + times * length : at + (times + 1) * length] == block:
+                times += 1
+            if times > 2:
+                break
+        else:
+            block, times = lines[at : at + 1], 1
+        yield from block
+        if times > 1:
+            yield f"... {times - 1} more like " + ("it" if len(block) == 1 else f"these {len(block)}")
+        at += times * len(block)
+
+
+def show_all(label: str, texts: Iterable[str | None]) -> None:
+    for line in _folded([text for text in texts if text]):
+        show(label, line)
 
 
 def show(label: str, text: str) -> None:
@@ -143,20 +165,17 @@ class Stage:
         records = self.ap.log()
         if self._shown > len(records):  # the log was rotated out of reach
             self._shown = 0
-        for record in records[self._shown :]:
-            if _worth_showing(record):
-                show("log", f"{record.function}: {record.message}")
+        news = filter(_worth_showing, records[self._shown :])
+        show_all("log", [f"{record.function}: {record.message}" for record in news])
         self._shown = len(records)
         for name, peer in self.ap.peers.items():
-            for message in self._new_of(name, peer.messages):
-                if description := _description(name, message):
-                    show("bus", description)
+            show_all("bus", [_description(name, message) for message in self._new_of(name, peer.messages)])
         if self.agent is not None:
-            for packet in self._new_of("agent", self.agent.received):
-                show("agent", f"gets {describe_packet(packet)}")
+            packets = self._new_of("agent", self.agent.received)
+            show_all("agent", [f"gets {describe_packet(packet)}" for packet in packets])
         if self.neighbour is not None:
-            for line in self._new_of("neighbour", self.neighbour.lines):
-                show("AP 2", line.replace("; ", "\n"))
+            lines = self._new_of("neighbour", self.neighbour.lines)
+            show_all("AP 2", [line.replace("; ", "\n") for line in lines])
 
     def _new_of(self, name: str, things: Sequence[T]) -> Sequence[T]:
         """What has been added to a list since the last time; the list may grow meanwhile."""
