@@ -83,21 +83,21 @@ bool begins_anew(const cl_conn_evt_rec &rec, const wl_evt_info_t &evt, bool same
 /// A client that smart steering refuses has not failed.
 void mark_steering_refusal(cl_conn_evt_rec &rec, const wl_evt_info_t &evt) {
     switch (evt.subinfo_code) {
-    case 4:
-    case 26:
+    case SUBINFO_STEERING_SIGNAL_IGNORED:
+    case SUBINFO_STEERING_SIGNAL_REJECTED:
         WL_LOG_AS(HANDLER, 6, "CTS: Marking Client " MAC_FMT " for ignoring assoc failure due to Min assoc rssi",
                   MAC_ARGS(evt.cl_mac));
         break;
-    case 9:
-    case 27:
+    case SUBINFO_STEERING_LOAD_IGNORED:
+    case SUBINFO_STEERING_LOAD_REJECTED:
         WL_LOG_AS(HANDLER, 6, "CTS: Marking Client " MAC_FMT "for ignoring assoc failure due to smart load balancing",
                   MAC_ARGS(evt.cl_mac));
         break;
-    case 6:
+    case SUBINFO_STEERING_BAND_IGNORED:
         WL_LOG_AS(HANDLER, 6, "CTS: Marking Client " MAC_FMT " for ignoring assoc failure due to BS, ignore assoc",
                   MAC_ARGS(evt.cl_mac));
         break;
-    case 7:
+    case SUBINFO_STEERING_BAND_REJECTED:
         WL_LOG_AS(HANDLER, 6, "CTS: Marking Client " MAC_FMT " for ignoring assoc failure due to BS, reject assoc",
                   MAC_ARGS(evt.cl_mac));
         break;

@@ -214,10 +214,6 @@ bool has_ip_address(const cl_conn_evt_rec &rec) {
     return rec.ipaddr_evt_id != 0 && rec.is_link_local_ip_rcvd == 0 && (rec.is_ipv4_rcvd != 0 || rec.is_ipv6_rcvd != 0);
 }
 
-bool is_asking_for_address(const cl_conn_evt_rec &rec) {
-    return rec.dhcp_state == 1 || rec.dhcp_state == 3 || rec.dhcp_state == 8;
-}
-
 void report_dns_failure(cl_conn_evt_rec *rec) {
     const uint16_t sub = rec->is_nat_enabled != 0 && !vlan_was_seen(*rec) ? SUB_DNS_VLAN_NOT_SEEN : SUB_DNS_UNANSWERED;
     WL_LOG_AS(DECIDE, 6, "CONN INFO: DNS failure - failure code %d, subinfo code %d", FAILURE_DNS, sub);

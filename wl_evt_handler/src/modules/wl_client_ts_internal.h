@@ -141,6 +141,9 @@ struct conn_lock {
 /// @return the VLAN of a VLAN event's value; 0 when it is none of 1 to 4095
 [[nodiscard]] uint16_t vlan_of_value(const uint8_t *value, int len);
 
+/// @return whether the client's last DHCP message asked for an address or settings
+[[nodiscard]] bool is_asking_for_address(const cl_conn_evt_rec &rec);
+
 /// Stores a record that was reported and holds a failure; else drops it, after merging what was not reported into the
 /// client's earlier records. The record must be in no table.
 void settle_record(cl_conn_evt_rec *rec);

@@ -19,7 +19,6 @@ constexpr uint16_t NO_SUBINFO_CODE = 0xFFFF;
 
 constexpr uint16_t ASSOC_SUCCESS = 0;
 constexpr uint16_t PORTAL_LOGIN_SUCCESS = 0;
-constexpr uint16_t DHCP_ANSWERED = 5;
 constexpr uint16_t RADIUS_ANSWERED = 11;
 constexpr uint16_t DNS_ASKED = 0;
 constexpr uint16_t DNS_ANSWERED = 1;
@@ -81,10 +80,6 @@ void advance_stage_clock(cl_conn_evt_rec &rec, const wl_evt_info_t &evt, uint32_
     rec.prev_evt_subinfo_code = evt.subinfo_code;
 }
 
-bool is_asking_for_address(uint8_t dhcp_state) {
-    return dhcp_state == 1 || dhcp_state == 3 || dhcp_state == 8;
-}
-
 void note_ipv6_address(cl_conn_evt_rec &rec, const wl_evt_info_t &evt) {
     rec.ipaddr_evt_id = static_cast<uint8_t>(rec.num_evt - 1);
     rec.rcvd_err_evt = 0;
@@ -103,7 +98,7 @@ void note_ipv4_address(cl_conn_evt_rec &rec, const wl_evt_info_t &evt, const clt
     rec.is_link_local_ip_rcvd = is_link_local ? 1 : 0;
     if (is_link_local)
         return;
-    if (!is_asking_for_address(rec.dhcp_state)) {
+    if (!is_asking_for_address(rec)) {
         rec.is_ipv4_rcvd = 1;
         rec.rcvd_err_evt = 0;
     }
@@ -126,10 +121,10 @@ void note_ip_conflict(cl_conn_evt_rec &rec, const wl_evt_info_t &evt) {
 
 void note_dhcp(cl_conn_evt_rec &rec, const wl_evt_info_t &evt, const clts_time &now) {
     rec.dhcp_state = static_cast<uint8_t>(evt.subinfo_code);
-    if (evt.subinfo_code == DHCP_ANSWERED) {
+    if (evt.subinfo_code == SUBINFO_DHCP_ACK) {
         rec.dhcp_latency = msec_between(now.msec, rec.dhcp_timestamp);
         rec.dhcp_server_ip = ipv4_of(value_of<address_value>(evt).ip);
-    } else if (evt.subinfo_code <= UINT8_MAX && is_asking_for_address(rec.dhcp_state)) {
+    } else if (evt.subinfo_code <= UINT8_MAX && is_asking_for_address(rec)) {
         rec.dhcp_timestamp = now.msec;
     }
 }
@@ -255,6 +250,11 @@ void clts_free(void **block, size_t size) {
     std::free(*block);
     *block = nullptr;
     __atomic_fetch_sub(&conn_cb.size_malloc, static_cast<int>(size), __ATOMIC_RELAXED);
+}
+
+bool is_asking_for_address(const cl_conn_evt_rec &rec) {
+    return rec.dhcp_state == SUBINFO_DHCP_DISCOVER || rec.dhcp_state == SUBINFO_DHCP_REQUEST ||
+           rec.dhcp_state == SUBINFO_DHCP_INFORM;
 }
 
 uint16_t vlan_of_value(const uint8_t *value, int len) {
