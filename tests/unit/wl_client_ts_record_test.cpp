@@ -663,6 +663,16 @@ TEST_F(ClientRecord, TheAnswerOfDhcpTakesTheTimeAndTheServer) {
     EXPECT_EQ(rec.dhcp_state, 5);
 }
 
+TEST_F(ClientRecord, AnAnswerOfDhcpWithoutAValueNamesNoServer) {
+    cl_conn_evt_rec &rec = begin();
+    rec.dhcp_server_ip = 6;
+    deliver({.info = 14, .sub = 3});
+    advance(40);
+    deliver({.info = 14, .sub = 5});
+    EXPECT_EQ(rec.dhcp_latency, 40u);
+    EXPECT_EQ(rec.dhcp_server_ip, 0u);
+}
+
 TEST_F(ClientRecord, DhcpIsTimedAcrossTheWrapAndWithoutASign) {
     set_clock((uint64_t{391} << 32) - 100);
     cl_conn_evt_rec &rec = begin();
@@ -719,11 +729,60 @@ TEST_F(ClientRecord, AnAnswerOfDnsBringsItsLatencyAndTheServer) {
 }
 
 TEST_F(ClientRecord, AnAnswerOfDnsWithoutAValueIsAnError) {
-    cl_conn_evt_rec &rec = begin();
-    rec.dns_latency = 5;
-    EXPECT_EQ(log_of({.info = 21, .sub = 1}, 3), lines{"CL_CONN:dns latency is empty"});
-    EXPECT_EQ(rec.dns_latency, 5u);
-    EXPECT_EQ(log_of({.info = 21, .sub = 1}, 2), lines());
+    for (const std::optional<byte_string> &value : {std::optional<byte_string>(), {byte_string()}}) {
+        cl_conn_evt_rec &rec = begin();
+        rec.dns_latency = 5;
+        rec.dns_server_ip = 6;
+        EXPECT_EQ(log_of({.info = 21, .sub = 1, .value = value}, 3), lines{"CL_CONN:dns latency is empty"});
+        EXPECT_EQ(rec.dns_latency, 5u);
+        EXPECT_EQ(rec.dns_server_ip, 6u);
+        EXPECT_EQ(log_of({.info = 21, .sub = 1, .value = value}, 2), lines());
+    }
+}
+
+/// Values of DNS, the server that a question takes from it, and what an answer takes.
+struct dns_case {
+    std::optional<byte_string> value;
+    byte_string asked_server;
+    uint32_t latency;
+    byte_string answering_server;
+};
+
+TEST_F(ClientRecord, OnlyFourBytesOfDnsAreTheServerOrTheLatencyAlone) {
+    const byte_string before = {9, 9, 9, 9};
+    const dns_case cases[] = {
+        {byte_string{1}, NOWHERE, 0x01000000, NOWHERE},
+        {byte_string{1, 2}, NOWHERE, 0x01020000, NOWHERE},
+        {byte_string{1, 2, 3}, NOWHERE, 0x01020300, NOWHERE},
+        {byte_string{1, 2, 3, 4}, {1, 2, 3, 4}, 0x01020304, before},
+        {byte_string{1, 2, 3, 4, 10}, {10, 0, 0, 0}, 0x01020304, {10, 0, 0, 0}},
+        {byte_string{1, 2, 3, 4, 10, 11}, {10, 11, 0, 0}, 0x01020304, {10, 11, 0, 0}},
+        {byte_string{1, 2, 3, 4, 10, 11, 12}, {10, 11, 12, 0}, 0x01020304, {10, 11, 12, 0}},
+        {byte_string{1, 2, 3, 4, 10, 11, 12, 13}, {10, 11, 12, 13}, 0x01020304, {10, 11, 12, 13}},
+        {byte_string{1, 2, 3, 4, 10, 11, 12, 13, 14}, {10, 11, 12, 13}, 0x01020304, {10, 11, 12, 13}},
+    };
+    for (const dns_case &each : cases) {
+        cl_conn_evt_rec &asking = begin();
+        deliver({.info = 21, .sub = 0, .value = each.value});
+        EXPECT_EQ(address_bytes(asking.dns_server_ip), each.asked_server) << each.value->size();
+        EXPECT_EQ(asking.dns_latency, 0u);
+        cl_conn_evt_rec &answered = begin();
+        std::memcpy(&answered.dns_server_ip, before.data(), before.size());
+        deliver({.info = 21, .sub = 1, .value = each.value});
+        EXPECT_EQ(answered.dns_latency, each.latency) << each.value->size();
+        EXPECT_EQ(address_bytes(answered.dns_server_ip), each.answering_server) << each.value->size();
+    }
+}
+
+TEST_F(ClientRecord, AQuestionToDnsWithoutAValueNamesNoServer) {
+    for (const std::optional<byte_string> &value : {std::optional<byte_string>(), {byte_string()}}) {
+        cl_conn_evt_rec &rec = begin();
+        rec.dns_server_ip = 6;
+        EXPECT_EQ(log_of({.info = 21, .sub = 0, .value = value}), lines());
+        EXPECT_EQ(rec.is_ipv4_rcvd, 1);
+        EXPECT_EQ(rec.dns_timestamp, now());
+        EXPECT_EQ(rec.dns_server_ip, 0u);
+    }
 }
 
 TEST_F(ClientRecord, OtherSubsOfDnsChangeNothing) {

@@ -140,18 +140,19 @@ void note_radius(cl_conn_evt_rec &rec, const wl_evt_info_t &evt, const clts_time
 
 void note_dns(cl_conn_evt_rec &rec, const wl_evt_info_t &evt, const clts_time &now) {
     const auto value = value_of<vre_dns_evt_data>(evt);
-    const bool has_both = evt.subinfo_value_len >= sizeof value;
+    const auto bare = value_of<address_value>(evt);
+    const bool is_bare = evt.subinfo_value_len == sizeof(address_value);
     if (evt.subinfo_code == DNS_ASKED) {
         rec.is_ipv4_rcvd = 1;
         rec.dns_timestamp = now.msec;
-        rec.dns_server_ip = has_both ? ipv4_of(value.server_ip) : ipv4_of(value_of<address_value>(evt).ip);
+        rec.dns_server_ip = ipv4_of(is_bare ? bare.ip : value.server_ip);
     } else if (evt.subinfo_code == DNS_ANSWERED) {
-        if (evt.subinfo_value == nullptr) {
+        if (evt.subinfo_value == nullptr || evt.subinfo_value_len == 0) {
             WL_LOG_AS("add_evt", 3, "CL_CONN:dns latency is empty");
             return;
         }
         rec.dns_latency = value.latency;
-        if (has_both)
+        if (!is_bare)
             rec.dns_server_ip = ipv4_of(value.server_ip);
     }
 }
