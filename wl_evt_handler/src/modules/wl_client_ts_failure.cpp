@@ -42,7 +42,7 @@ finding found(uint8_t failure, uint16_t sub) {
 
 void raise_ssid_alert(const cl_conn_evt_rec &rec) {
     char text[256];
-    std::snprintf(text, sizeof text, "SSID,ALERT,%s", rec.cl_info.ssid != nullptr ? rec.cl_info.ssid : "");
+    std::snprintf(text, sizeof text, "SSID,ALERT,%s", text_or_null(rec.cl_info.ssid));
     wl_evt_info_t alert{};
     alert.info_code = VRE_CL_COUNT_EXCEEDED;
     alert.subinfo_value = reinterpret_cast<uint8_t *>(text);
