@@ -43,6 +43,66 @@ uint64_t now_usec() {
     return world.clock_usec;
 }
 
+/// Every field of a record but the client, by name.
+std::vector<std::pair<std::string, uint64_t>> fields_of(const cl_conn_evt_rec &rec) {
+    std::vector<std::pair<std::string, uint64_t>> all;
+#define FIELD(name) all.emplace_back(#name, rec.name)
+    FIELD(gmt);
+    FIELD(timestamp);
+    FIELD(auth_timestamp);
+    FIELD(num_evt);
+    FIELD(ipaddr_evt_id);
+    FIELD(rcvd_err_evt);
+    for (const cl_evt &event : rec.cl_evt) {
+        all.emplace_back("tdiff_msec", event.tdiff_msec);
+        all.emplace_back("info_code", event.info_code);
+        all.emplace_back("subinfo_code", event.subinfo_code);
+        all.emplace_back("subinfo_value", reinterpret_cast<uintptr_t>(event.subinfo_value));
+        all.emplace_back("subinfo_value_len", event.subinfo_value_len);
+    }
+    for (int i = 0; i < CL_MAX_FAILURES; i++) {
+        FIELD(failure_code[i]);
+        FIELD(subinfo_code[i]);
+    }
+    FIELD(is_rec_sent_to_server);
+    FIELD(channel);
+    FIELD(state);
+    FIELD(ignore_assoc_fail);
+    FIELD(dhcp_state);
+    FIELD(is_ipv4_rcvd);
+    FIELD(is_ipv6_rcvd);
+    FIELD(is_link_local_ip_rcvd);
+    FIELD(is_dot1x);
+    FIELD(is_portal_enabled);
+    FIELD(is_node_authorised);
+    FIELD(roaming_failure_occured);
+    FIELD(dhcp_timestamp);
+    FIELD(aaa_timestamp);
+    FIELD(dns_timestamp);
+    FIELD(dhcp_latency);
+    FIELD(aaa_latency);
+    FIELD(dns_latency);
+    FIELD(prev_evt_info_code);
+    FIELD(prev_evt_subinfo_code);
+    FIELD(is_client_disconnected);
+    FIELD(cli_jrny.assoc_ts);
+    FIELD(cli_jrny.auth_ts);
+    FIELD(cli_jrny.network_ts);
+    FIELD(dhcp_server_ip);
+    FIELD(dns_server_ip);
+    FIELD(invalid_ip_addr);
+    FIELD(rogue_dhcp_server_ip);
+    for (size_t i = 0; i < sizeof rec.conflict_mac; i++)
+        FIELD(conflict_mac[i]);
+    FIELD(vlan);
+    FIELD(is_tunnel_enabled);
+    FIELD(ipv4_addr);
+    FIELD(aaa_server_ip);
+    FIELD(is_nat_enabled);
+#undef FIELD
+    return all;
+}
+
 class ClientRecord : public TrackingFixture {
 protected:
     ClientRecord() {
@@ -97,30 +157,15 @@ TEST_F(ClientRecord, IsNewWithTheClientItsNetworkAndTheTime) {
 }
 
 TEST_F(ClientRecord, IsNewWithEverythingElseZero) {
+    test_time = 1234567890;
     cl_conn_evt_rec *const rec = created();
+    test_time = 0;
     cl_conn_evt_rec expected{};
-    expected.cl_info = rec->cl_info;
-    expected.gmt = rec->gmt;
+    expected.gmt = 1234567890;
     expected.timestamp = expected.auth_timestamp = now();
     expected.prev_evt_info_code = 0xFFFFFFFF;
     expected.prev_evt_subinfo_code = 0xFFFF;
-    for (int i = 0; i < CL_MAX_FAILURES; i++) {
-        EXPECT_EQ(rec->failure_code[i], 0);
-        EXPECT_EQ(rec->subinfo_code[i], 0);
-    }
-    EXPECT_EQ(rec->num_evt, 0);
-    EXPECT_EQ(rec->ipaddr_evt_id, 0);
-    EXPECT_EQ(rec->rcvd_err_evt, 0u);
-    EXPECT_EQ(rec->state, CL_CREATED);
-    EXPECT_EQ(rec->channel, 0);
-    EXPECT_EQ(rec->vlan, 0);
-    EXPECT_EQ(rec->is_client_disconnected, 0);
-    EXPECT_EQ(rec->is_rec_sent_to_server, 0);
-    EXPECT_EQ(rec->cl_evt[0].subinfo_value, nullptr);
-    EXPECT_EQ(rec->cl_evt[31].subinfo_value, nullptr);
-    EXPECT_EQ(std::memcmp(&rec->cli_jrny, &expected.cli_jrny, sizeof expected.cli_jrny), 0);
-    EXPECT_EQ(rec->dhcp_timestamp | rec->aaa_timestamp | rec->dns_timestamp, 0u);
-    EXPECT_EQ(rec->dhcp_latency | rec->aaa_latency | rec->dns_latency, 0u);
+    EXPECT_EQ(fields_of(*rec), fields_of(expected));
     clrec_free(rec);
 }
 
@@ -265,33 +310,62 @@ TEST_F(ClientRecord, HasAnEmptySsidWithoutMemoryForIt) {
     clrec_free(rec);
 }
 
-TEST_F(ClientRecord, AResetKeepsTheClientAndTheChannel) {
-    cl_conn_evt_rec *const rec = created({.value = byte_string{0, 40}});
-    const auto client = rec->cl_info;
-    rec->state = CL_ASSOC_ANSWERED;
-    rec->ignore_assoc_fail = rec->dhcp_state = rec->is_ipv4_rcvd = rec->is_ipv6_rcvd = 1;
-    rec->is_link_local_ip_rcvd = rec->is_node_authorised = rec->roaming_failure_occured = 1;
-    rec->dhcp_timestamp = rec->aaa_timestamp = rec->dns_timestamp = 5;
-    rec->dhcp_latency = rec->aaa_latency = rec->dns_latency = 6;
-    rec->cli_jrny = {1, 2, 3};
-    rec->dhcp_server_ip = rec->dns_server_ip = rec->invalid_ip_addr = rec->rogue_dhcp_server_ip = 7;
-    rec->ipv4_addr = rec->aaa_server_ip = 8;
-    rec->conflict_mac[5] = 9;
-    rec->is_rec_sent_to_server = rec->is_client_disconnected = 1;
-    reset_clrec(rec);
-    EXPECT_EQ(std::memcmp(&client, &rec->cl_info, sizeof client), 0);
-    EXPECT_EQ(rec->channel, 40);
-    EXPECT_EQ(rec->state, 0);
-    EXPECT_EQ(rec->ignore_assoc_fail | rec->dhcp_state | rec->is_ipv4_rcvd | rec->is_ipv6_rcvd, 0);
-    EXPECT_EQ(rec->is_link_local_ip_rcvd | rec->is_node_authorised | rec->roaming_failure_occured, 0);
-    EXPECT_EQ(rec->dhcp_timestamp | rec->aaa_timestamp | rec->dns_timestamp, 0u);
-    EXPECT_EQ(rec->dhcp_latency | rec->aaa_latency | rec->dns_latency, 0u);
-    EXPECT_EQ(rec->cli_jrny.assoc_ts | rec->cli_jrny.auth_ts | rec->cli_jrny.network_ts, 0u);
-    EXPECT_EQ(rec->dhcp_server_ip | rec->dns_server_ip | rec->invalid_ip_addr | rec->rogue_dhcp_server_ip, 0u);
-    EXPECT_EQ(rec->ipv4_addr | rec->aaa_server_ip, 0u);
-    EXPECT_EQ(rec->conflict_mac[5], 0);
-    EXPECT_EQ(rec->is_rec_sent_to_server | rec->is_client_disconnected, 0);
-    clrec_free(rec);
+/// A record of every configuration flag, with events and a failure, that has seen everything.
+cl_conn_evt_rec &fill(cl_conn_evt_rec &rec) {
+    rec.is_portal_enabled = 1;  // the VAP has set the other flags
+    rec.failure_code[1] = 14;
+    rec.subinfo_code[1] = 4;
+    rec.rcvd_err_evt = 0x150003;
+    rec.ipaddr_evt_id = 2;
+    rec.state = CL_ASSOC_ANSWERED;
+    rec.ignore_assoc_fail = rec.dhcp_state = rec.is_ipv4_rcvd = rec.is_ipv6_rcvd = 1;
+    rec.is_link_local_ip_rcvd = rec.is_node_authorised = rec.roaming_failure_occured = 1;
+    rec.dhcp_timestamp = rec.aaa_timestamp = rec.dns_timestamp = 5;
+    rec.dhcp_latency = rec.aaa_latency = rec.dns_latency = 6;
+    rec.cli_jrny = {1, 2, 3};
+    rec.dhcp_server_ip = rec.dns_server_ip = rec.invalid_ip_addr = rec.rogue_dhcp_server_ip = 7;
+    rec.ipv4_addr = rec.aaa_server_ip = 8;
+    std::memset(rec.conflict_mac, 9, sizeof rec.conflict_mac);
+    rec.is_rec_sent_to_server = rec.is_client_disconnected = 1;
+    return rec;
+}
+
+TEST_F(ClientRecord, WithoutItsSsidTheAttemptTakesNoEventsButARequestBeginsAnew) {
+    fail_nth_call("malloc", 3);  // 1 forwards, 2 is the record
+    cl_conn_evt_rec &rec = begin();
+    EXPECT_EQ(faults_fired("malloc"), 1);
+    EXPECT_EQ(rec.cl_info.ssid, nullptr);
+    deliver({.info = 16});
+    EXPECT_EQ(rec.num_evt, 1) << "the event is of another SSID";
+    EXPECT_EQ(rec.is_node_authorised, 0);
+    deliver({.info = 4});
+    EXPECT_EQ(attempts(), 1);
+    EXPECT_STREQ(in_progress()->cl_info.ssid, "Lobby");
+    EXPECT_EQ(in_progress()->num_evt, 1);
+    EXPECT_EQ(accounts::now().clrec, 1);
+}
+
+TEST_F(ClientRecord, AResetKeepsTheClientTheConfigurationAndTheEvents) {
+    cl_conn_evt_rec &rec = begin({.value = byte_string{0, 40}, .vap = "ath2"});
+    deliver({.info = 16, .sub = 7, .value = byte_string{1, 2, 3}, .vap = "ath2"});
+    fill(rec);
+    const auto client = rec.cl_info;
+    cl_conn_evt_rec expected{};
+    expected.gmt = rec.gmt;
+    expected.num_evt = 2;
+    expected.ipaddr_evt_id = 2;
+    expected.rcvd_err_evt = 0x150003;
+    std::memcpy(expected.cl_evt, rec.cl_evt, sizeof expected.cl_evt);
+    expected.failure_code[1] = 14;
+    expected.subinfo_code[1] = 4;
+    expected.channel = 40;
+    expected.prev_evt_info_code = 16;
+    expected.prev_evt_subinfo_code = 7;
+    expected.is_dot1x = expected.is_portal_enabled = expected.is_tunnel_enabled = expected.is_nat_enabled = 1;
+    expected.vlan = 2748;
+    reset_clrec(&rec);
+    EXPECT_EQ(std::memcmp(&client, &rec.cl_info, sizeof client), 0);
+    EXPECT_EQ(fields_of(rec), fields_of(expected));
 }
 
 TEST_F(ClientRecord, AnEntryOfTheDetailedLogTakes24Bytes) {

@@ -151,7 +151,8 @@ void settle_record(cl_conn_evt_rec *rec);
 /// Logs how long DHCP, RADIUS and DNS took.
 void log_latencies(const char *function, const cl_conn_evt_rec &rec);
 
-/// Clears what an attempt collects; the client, the channel and the SSID's configuration stay.
+/// Clears what an attempt collects: state, flags, timestamps, latencies, journey, addresses. The client, the channel,
+/// `gmt`, the SSID's configuration and the stored events with their codes and failures stay.
 void reset_clrec(cl_conn_evt_rec *rec);
 
 /// Adds an event to a record, which may complete the attempt: the record then leaves the table of those in progress and

@@ -304,10 +304,18 @@ cl_conn_evt_rec *create_rec(const wl_evt_info_t *evt) {
 }
 
 void reset_clrec(cl_conn_evt_rec *rec) {
-    cl_conn_evt_rec fresh{};
-    fresh.cl_info = rec->cl_info;
-    fresh.channel = rec->channel;
-    *rec = fresh;
+    rec->state = CL_CREATED;
+    rec->ignore_assoc_fail = rec->is_node_authorised = rec->roaming_failure_occured = 0;
+    rec->is_ipv4_rcvd = rec->is_ipv6_rcvd = rec->is_link_local_ip_rcvd = 0;
+    rec->is_rec_sent_to_server = rec->is_client_disconnected = 0;
+    rec->timestamp = rec->auth_timestamp = 0;
+    rec->dhcp_state = 0;
+    rec->dhcp_timestamp = rec->aaa_timestamp = rec->dns_timestamp = 0;
+    rec->dhcp_latency = rec->aaa_latency = rec->dns_latency = 0;
+    rec->cli_jrny = {};
+    rec->dhcp_server_ip = rec->dns_server_ip = rec->aaa_server_ip = 0;
+    rec->invalid_ip_addr = rec->rogue_dhcp_server_ip = rec->ipv4_addr = 0;
+    std::memset(rec->conflict_mac, 0, sizeof rec->conflict_mac);
 }
 
 void add_evt(cl_conn_evt_rec *rec, const wl_evt_info_t *evt) {
