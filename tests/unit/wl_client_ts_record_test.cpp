@@ -497,6 +497,52 @@ TEST_F(ClientRecord, A33rdEventMayCompleteTheAttempt) {
     EXPECT_EQ(reports().size(), 1u);
 }
 
+/// Begins an attempt and fills its record to the last event.
+cl_conn_evt_rec &filled_up(cl_conn_evt_rec &rec, void (*deliver)(const client_event &)) {
+    for (uint16_t i = 1; i < 32; i++)
+        deliver({.info = 6, .sub = i});
+    return rec;
+}
+
+TEST_F(ClientRecord, A33rdEventMayCompleteTheAttemptByDns) {
+    cl_conn_evt_rec &rec = filled_up(begin(), deliver);
+    rec.dns_timestamp = 1;
+    deliver({.info = 21, .sub = 1, .value = byte_string{0, 0, 0, 25}});
+    EXPECT_EQ(in_progress(), nullptr);
+    ASSERT_EQ(reports().size(), 1u);
+    EXPECT_EQ(reports()[0][14], 1) << "a success";
+    EXPECT_EQ(accounts::now(), accounts());
+}
+
+TEST_F(ClientRecord, A33rdEventMayBringAFailure) {
+    cl_conn_evt_rec &rec = filled_up(begin(), deliver);
+    deliver({.info = 15, .sub = 12});
+    EXPECT_EQ(in_progress(), &rec);
+    EXPECT_EQ(rec.num_evt, 32);
+    EXPECT_EQ(rec.failure_code[0], FAILURE_RADIUS_AUTH);
+    EXPECT_EQ(rec.rcvd_err_evt, 15u * 65536 + 12);
+    ASSERT_EQ(reports().size(), 1u);
+    EXPECT_EQ(reports()[0][14], 0) << "a failure";
+}
+
+// What add_evt says of the record
+
+TEST_F(ClientRecord, IsAliveUntilAnEventCompletesTheAttempt) {
+    const client_event answer = {.info = 21, .sub = 1, .value = byte_string{0, 0, 0, 25}};
+    for (const client_event &last : {client_event{.info = 8}, answer}) {
+        cl_conn_evt_rec &rec = begin();
+        rec.dns_timestamp = 1;
+        for (const client_event &event : {client_event{.info = 16}, {.info = 15, .sub = 12}, {.info = 8, .sub = 1}}) {
+            const decoded_event decoded(event);
+            EXPECT_TRUE(add_evt(&rec, &decoded.info)) << event.info;
+        }
+        EXPECT_EQ(in_progress(), &rec);
+        const decoded_event decoded(last);
+        EXPECT_FALSE(add_evt(&rec, &decoded.info)) << last.info;
+        EXPECT_EQ(in_progress(), nullptr);
+    }
+}
+
 // The clock of the stage
 
 struct step {

@@ -595,7 +595,7 @@ TEST_F(Merging, NothingElseIsCopied) {
     rec->vlan = 80;
     const wl_evt_info_t event = event_of(INFO_ROLE, 0);
     rec->dns_latency = 0;  // else the event would complete the attempt
-    add_evt(rec.get(), &event);
+    (void)add_evt(rec.get(), &event);
     rec->dns_latency = 507;
     rec->timestamp = STORED_AT + 10;
     merge_connection_info_in_previous_records(rec.get());

@@ -113,7 +113,7 @@ void continue_attempt(cl_conn_evt_rec *rec, const wl_evt_info_t &evt) {
     if (has_left(evt.info_code))
         rec->is_client_disconnected = 1;
     else
-        add_evt(rec, &evt);
+        (void)add_evt(rec, &evt);  // when it completes the attempt, nobody here needs the record any more
 }
 
 void begin_attempt(const wl_evt_info_t &evt) {
@@ -123,7 +123,7 @@ void begin_attempt(const wl_evt_info_t &evt) {
     cl_conn_evt_rec *const rec = create_rec(&evt);
     if (rec == nullptr)
         return;
-    add_evt(rec, &evt);  // a request never completes an attempt
+    (void)add_evt(rec, &evt);  // a request never completes an attempt
     const int result = hash_add(conn_cb.inprog_conn_table, evt.cl_mac, rec);
     if (result == 0)
         return;

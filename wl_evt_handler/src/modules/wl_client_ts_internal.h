@@ -157,7 +157,9 @@ void reset_clrec(cl_conn_evt_rec *rec);
 
 /// Adds an event to a record, which may complete the attempt: the record then leaves the table of those in progress and
 /// must not be touched any more.
-void add_evt(cl_conn_evt_rec *rec, const wl_evt_info_t *evt);
+///
+/// @return whether the record is still the caller's to touch
+[[nodiscard]] bool add_evt(cl_conn_evt_rec *rec, const wl_evt_info_t *evt);
 
 /// Frees a record that is in no table, with what it owns; values are wiped, they may hold keys.
 void clrec_free(cl_conn_evt_rec *rec);

@@ -318,18 +318,21 @@ void reset_clrec(cl_conn_evt_rec *rec) {
     std::memset(rec->conflict_mac, 0, sizeof rec->conflict_mac);
 }
 
-void add_evt(cl_conn_evt_rec *rec, const wl_evt_info_t *evt) {
+bool add_evt(cl_conn_evt_rec *rec, const wl_evt_info_t *evt) {
     const clts_time now = clts_now();
     store_event(*rec, *evt, now.msec);
     advance_stage_clock(*rec, *evt, now.msec);
     note_event(*rec, *evt, now);
     if (evt->info_code == INFO_PORTAL && evt->subinfo_code == PORTAL_LOGIN_SUCCESS) {
         complete_portal_login(rec);
-        return;
+        return false;
     }
     const bool failed = check_err_code(evt, rec) != 0;
-    if (!failed && rec->is_portal_enabled == 0 && rec->dns_timestamp != 0 && rec->dns_latency != 0)
-        complete(rec);
+    // An answer that took 0 ms deliberately never completes: a latency of 0 says that there was none yet.
+    if (failed || rec->is_portal_enabled != 0 || rec->dns_timestamp == 0 || rec->dns_latency == 0)
+        return true;
+    complete(rec);
+    return false;
 }
 
 void clrec_free(cl_conn_evt_rec *rec) {
