@@ -37,6 +37,7 @@ int start_module() {
     if (pthread_mutex_init(&conn_cb.mutex, nullptr) != 0)
         return -EIO;
     const conn_lock lock;  // the thread waits until the block is complete
+    // The function returns its error and leaves errno alone.
     const int error = pthread_create(&conn_cb.timer_thread, nullptr, conn_fail_det_timer_func, nullptr);
     if (error != 0) {
         WL_LOG_AS("wl_client_ts_init", 2, "CTS: Could not create timer thread %s", error_text(error));
@@ -163,6 +164,7 @@ void follow_client(const wl_evt_info_t &evt) {
     } else if (same_attempt) {
         continue_attempt(rec, evt);
     }
+    // All else of another SSID or BSSID is dropped, so what comes late for a portal's client from its old BSSID too.
 }
 
 void dump_all(FILE *file) {

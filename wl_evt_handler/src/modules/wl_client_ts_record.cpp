@@ -81,6 +81,7 @@ void advance_stage_clock(cl_conn_evt_rec &rec, const wl_evt_info_t &evt, uint32_
 }
 
 void note_ipv6_address(cl_conn_evt_rec &rec, const wl_evt_info_t &evt) {
+    // 31 for a 33rd event too, which is not stored: 0 would say that there was no address.
     rec.ipaddr_evt_id = static_cast<uint8_t>(rec.num_evt - 1);
     rec.rcvd_err_evt = 0;
     const uint8_t *const ip = evt.subinfo_value;
@@ -102,6 +103,7 @@ void note_ipv4_address(cl_conn_evt_rec &rec, const wl_evt_info_t &evt, const clt
         rec.is_ipv4_rcvd = 1;
         rec.rcvd_err_evt = 0;
     }
+    // Deliberately while DHCP is pending too: a client may use its last address before DHCP confirms it.
     rec.cli_jrny.network_ts = now.usec;
 }
 
