@@ -437,12 +437,12 @@ protected:
                 deliver(any_event(1));
                 EXPECT_EQ(wl_client_ts_enable(1), 0);
             }
-            if (i % 1000 == 999) {
-                dump(byte_string(6, 0xFF));
+            if (i % 500 == 0)
                 dump(mac_of(client_at(i)));
-            }
-            if (i % 4000 == 3999)
+            if (i % 4000 == 3999) {
+                dump(byte_string(6, 0xFF));
                 wait_for_sweep();  // on a busy machine too
+            }
         }
     }
 
