@@ -1,5 +1,5 @@
-/// What the tests of client troubleshooting share: clients and their texts, lines of the log, the module's accounts, and
-/// the end of all that it holds.
+/// What the tests of client troubleshooting share: clients and their texts, lines of the log, the accounts of the
+/// module, the end of all that it holds.
 #pragma once
 
 #include <algorithm>

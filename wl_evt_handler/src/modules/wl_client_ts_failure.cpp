@@ -149,7 +149,7 @@ finding look_at(const wl_evt_info_t &evt, cl_conn_evt_rec &rec) {
         rec.state = CL_AUTH_REQUESTED;
         return NOTHING;
     case INFO_AUTH_RESPONSE:
-        // Deliberately after an association request too: lowered again, the state lets the next one continue the attempt.
+        // Deliberately after an association request too: the state is lowered, the next request continues the attempt.
         rec.state = CL_AUTH_ANSWERED;
         return look_at_auth_response(evt);
     case INFO_ASSOC_REQUEST:
@@ -309,8 +309,8 @@ void log_verdict(const cl_conn_evt_rec &rec) {
               subs);
 }
 
-/// Deliberately asks only whether the record was reported, where settle_record asks for a failure too: what was reported
-/// and comes here was reported as a failure, a success is settled.
+/// Deliberately asks only whether the record was reported, where settle_record asks for a failure too: what comes here
+/// was reported as a failure or not at all, a success is settled.
 void keep_failed_record(cl_conn_evt_rec *rec) {
     if (rec->is_rec_sent_to_server != 0) {
         if (move_clrec_to_err_list(rec) == 0)

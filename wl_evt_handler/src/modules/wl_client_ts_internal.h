@@ -213,8 +213,8 @@ void *conn_fail_det_timer_func(void *);
 /// Puts a record into a slot of its client; takes the record over on success.
 ///
 /// @param slot     0 to 4; free, unless its record is replaced
-/// @param replace  1: the record of the slot is freed for it; 0: the client gets one more, for which the oldest record of
-///                 all is freed when AP_MAX_ERR_RECORDS are stored
+/// @param replace  1: the record of the slot is freed for it; 0: the client gets one more, for which the oldest record
+///                 of all is freed when AP_MAX_ERR_RECORDS are stored
 /// @return 0; -1 when memory is short: nothing has changed
 [[nodiscard]] int add_err_cache_entry(client_hash_rec *hrec, int slot, cl_conn_evt_rec *rec, int replace);
 
