@@ -196,6 +196,12 @@ TEST_F(Logger, EventsWithAnInfoCodeHaveALine) {
     }
 }
 
+TEST_F(Logger, TheDaemonsOwnRoleEventHasOneLineWhenTheBusBringsItBack) {
+    deliver(VRE_HOSTAPD_EVENT, client_event(104));
+    EXPECT_EQ(generator.calls, 1);
+    EXPECT_EQ(generator.params.info_code, 104);
+}
+
 TEST_F(Line, IsNotWrittenForSomeEventsWhateverTheirInfoCode) {
     std::vector<int> events = {41, 47, 50};
     for (int event = 67; event <= 95; event++)

@@ -42,7 +42,8 @@ int free_slot(const client_hash_rec &client) {
                             std::begin(client.cl_ptr));
 }
 
-/// Of a client with all slots taken.
+/// Of a client with all slots taken. Deliberately a plain compare: around the wrap of the milliseconds the records from
+/// after it count as the oldest.
 int oldest_slot(const client_hash_rec &client) {
     return static_cast<int>(
         std::ranges::min_element(client.cl_ptr, {}, [](const dllist_t *node) { return record_of(node)->timestamp; }) -
