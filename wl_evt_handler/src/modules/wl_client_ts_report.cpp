@@ -167,7 +167,7 @@ void check_and_send_client_connection_info(cl_conn_evt_rec *clrec, int slot) {
     }
     // Whether the report gets through or not: the record is then kept and can be dumped.
     clrec->is_rec_sent_to_server = 1;
-    packet report{static_cast<uint8_t *>(clts_malloc(PACKET_SIZE)), 0};
+    packet report{static_cast<uint8_t *>(clts_malloc(PACKET_SIZE)), PACKET_SIZE, 0};
     if (report.bytes == nullptr)
         return;
     std::memset(report.bytes, 0, PACKET_SIZE);
