@@ -180,7 +180,8 @@ void print_record(FILE *fp, const cl_conn_evt_rec *clrec) {
     if (fp == nullptr || clrec == nullptr)
         return;
     const struct cl_info &client = clrec->cl_info;
-    const time_t created = static_cast<time_t>(clrec->gmt);
+    // Signed, as it is where a time_t has 32 bits.
+    const time_t created = static_cast<int32_t>(clrec->gmt);
     tm when{};
     localtime_r(&created, &when);
     print_rule(fp, 81);
