@@ -581,7 +581,7 @@ def line(network, text):
 
 def test_the_system_log_tells_an_attempt_in_words(cell):
     cell.play("802.1X")
-    cell.ap.wait_for_syslog("DNS: answer from server 8.8.8.8")
+    cell.ap.wait_for_syslog("DNS: the server has answered")
     lines = [found for found in cell.ap.syslog if ALICE.upper() in found.text]
     assert {found[:4] for found in lines} == {(16, 6, "wl_event_handler", None)}
     request = "requested on channel 6, signal -55 dBm"
@@ -601,12 +601,12 @@ def test_the_system_log_tells_an_attempt_in_words(cell):
             "Key handshake: step 4",
             "Client may use the network Office",
             "DHCP: client looks for a server",
-            "DHCP: server 192.168.1.1 offers an address",
+            "DHCP: an address is offered by the server 192.168.1.1",
             "DHCP: client requests an address",
-            "DHCP: server 192.168.1.1 confirms the address",
+            "DHCP: the address is confirmed by the server 192.168.1.1",
             "IPv4 address of the client: 192.168.1.20",
-            "DNS: query to server 8.8.8.8",
-            "DNS: answer from server 8.8.8.8",
+            "DNS: query to the server 8.8.8.8",
+            "DNS: the server has answered",
         )
     ]
 
@@ -638,6 +638,50 @@ def test_at_the_highest_level_lines_of_radius_show_the_attributes(cell):
     cell.station(network=OFFICE).tell("VRE.dot1x", 15, ACCESS_REQUEST, address("10.0.0.5") + attributes)
     text = "Radius Pkt Type: Access-Request\n\t\t[User-Name: alice]\n\t\t[NAS-Port: 7]"
     assert cell.ap.wait_for_syslog("Access-Request").text == line(OFFICE, text)
+
+
+INFO_LABELS = "/opt/ap/cl_debug_info_code_en.properties"
+SUBINFO_LABELS = "/opt/ap/cl_debug_subinfo_code_en.properties"
+
+
+def empty_file(path):
+    with open(path, "w", encoding="ascii"):
+        pass
+
+
+def socket_file(path):
+    """A file that is there and that nobody can open, whoever he is."""
+    with socket.socket(socket.AF_UNIX) as unopenable:
+        unopenable.bind(path)
+
+
+@pytest.mark.parametrize(
+    "replace, complaint",
+    [
+        (lambda _: None, "NULL params passed."),
+        (empty_file, "Could not find value for label[INFOCODE_2]"),
+        (socket_file, "Could not find value for label[INFOCODE_2]"),
+    ],
+    ids=["missing", "empty", "unreadable"],
+)
+def test_without_a_catalogue_events_have_no_lines_but_are_followed_and_forwarded(cell, replace, complaint):
+    cell.ap.stop()
+    for path in (INFO_LABELS, SUBINFO_LABELS):
+        os.unlink(path)
+        replace(path)
+    cell.ap.start()
+    for network in NETWORKS:
+        announce(network, cell.wireless, cell.ap.send_event)
+    cell.ap.send_event("VRE.bw.events", coded(0, u16(7)))
+    cell.play("wrong-key")
+    assert cell.report() == head(HOME, False) + failure(7, 14) + journey(5000, 0, 0, 5)
+    assert len(cell.ap.published(FORWARDED)) == 7
+    told = [(record.function, record.message) for record in cell.ap.log()]
+    assert ("fill_cl_debug_log_params", complaint) in told
+    assert ("wl_log_evt", "Could not generate event log text 2:0") in told
+    unreadable = ("lang_parse_name_value_from_file", f"Error opening property file {SUBINFO_LABELS}")
+    assert (unreadable in told) == (replace is socket_file)
+    assert [found.text for found in cell.ap.syslog if ALICE.upper() in found.text] == []
 
 
 # The error store and its dump

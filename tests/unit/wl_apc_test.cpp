@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -129,6 +131,13 @@ TEST_F(ApcCheck, IsSilentBelowLevel6) {
     add_vap(add_profile(2, true), "ath1", UNKNOWN);
     EXPECT_EQ(lines_of_check(5, BSSID), lines());
     EXPECT_EQ(lines_of_check(5, OTHER), lines());
+}
+
+TEST_F(ApcCheck, AnAddressThatIsReadAgainIsNotLoggedBelowLevel6) {
+    vapinfo *const vap = add_vap(add_profile(1, true), "ath0", UNKNOWN);
+    hardware_address = OTHER;
+    EXPECT_EQ(lines_of_check(5, OTHER), lines());
+    EXPECT_EQ(bssid_of(vap), OTHER);
 }
 
 TEST_F(ApcCheck, IsOffWithoutProfiles) {
@@ -341,6 +350,25 @@ TEST_F(ApcId, FormsWhenTheFileCannotBeRead) {
               (lines{generator_says("Received clmac: 00:1A:2B:3C:4D:5E, bssid:  02:11:22:A1:B2:C3"),
                      generator_says("Read timestamp failed"), generator_says("Generated id: 3C4D5E-A1B2C3-000000")}));
     EXPECT_EQ(faults_fired("read"), 1);
+}
+
+TEST_F(ApcId, AFileThatCannotBeReadIsNotLoggedBelowLevel6) {
+    write_file(OFFSET_FILE, "12");
+    fail_every_call("read", EIO);
+    EXPECT_EQ(lines_of_id(5), lines());
+    EXPECT_EQ(faults_fired("read"), 1);
+}
+
+TEST_F(ApcId, DoesNotWaitForTheWriterOfAFifo) {
+    unlink(OFFSET_FILE);
+    ASSERT_EQ(mkfifo(OFFSET_FILE, 0600), 0);
+    EXPECT_EQ(id(), "3C4D5E-A1B2C3-000000");
+    const int writer = open(OFFSET_FILE, O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(lines_of_id(6).at(1), generator_says("Read timestamp failed"));
+    EXPECT_EQ(write(writer, "12", 2), 2);
+    EXPECT_EQ(id(), "3C4D5E-A1B2C3-000012");
+    close(writer);
+    unlink(OFFSET_FILE);
 }
 
 TEST_F(ApcId, ReadsAnEmptyFileAsAnEmptyText) {

@@ -2,6 +2,7 @@
 #include "wl_client_ts_internal.h"
 
 #include <algorithm>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -9,6 +10,7 @@
 
 #include "fault.h"
 #include "log_capture.h"
+#include "wl_client_ts_packet.h"
 #include "wl_client_ts_sent.h"
 #include "wl_info_codes.h"
 
@@ -430,6 +432,41 @@ TEST_F(Forward, WithoutMemoryNothingIsForwarded) {
     EXPECT_EQ(sent.size(), 0U);
     EXPECT_EQ(conn_cb.size_malloc, 0);
     EXPECT_EQ(log.lines(), lines());
+}
+
+// --- packets ---
+
+/// What a packet of some capacity becomes, in a block of just that size.
+byte_string packed(size_t capacity, const std::function<void(packet &)> &fill) {
+    const std::unique_ptr<uint8_t[]> block(new uint8_t[capacity]);
+    packet out{block.get(), capacity, 0};
+    fill(out);
+    return byte_string(block.get(), block.get() + out.length);
+}
+
+TEST(Packet, TakesAnItemThatJustFits) {
+    EXPECT_EQ(packed(7, [](packet &out) { put_item(out, 5, "abc", 3); }), expected_packet().text(5, "abc").bytes());
+}
+
+TEST(Packet, LeavesOutAnItemThatDoesNotFitAsAWhole) {
+    for (const size_t capacity : {0, 1, 3, 4, 6})
+        EXPECT_EQ(packed(capacity, [](packet &out) { put_item(out, 5, "abc", 3); }), byte_string()) << capacity;
+}
+
+TEST(Packet, GoesOnWithTheItemsThatFit) {
+    EXPECT_EQ(packed(12,
+                     [](packet &out) {
+                         put_item_u16(out, 1, 7);
+                         put_item_u32(out, 2, 7);
+                         put_item_u16(out, 3, 8);
+                         put_item_text(out, 4, "");
+                     }),
+              expected_packet().u16(1, 7).u16(3, 8).bytes());
+}
+
+TEST(Packet, LeavesOutFixedFieldsThatDoNotFit) {
+    EXPECT_EQ(packed(3, [](packet &out) { put(out, "abcd", 4); }), byte_string());
+    EXPECT_EQ(packed(4, [](packet &out) { put(out, "abcd", 4); }), text_bytes("abcd"));
 }
 
 }  // namespace

@@ -346,6 +346,14 @@ TEST_F(Report, AnIdentifierThatCannotBeBuiltIsLeftOutAndLogged) {
               lines{spoken("Failed to generate APC ID for clmac 02:1A:2B:3C:4D:5E and bssid 00:11:74:A1:B2:C3")});
 }
 
+TEST_F(Report, AnIdentifierThatCannotBeBuiltIsNotLoggedBelowLevel3) {
+    apc.enabled = 1;
+    apc.result = -1;
+    fail(0, FAILURE_ASSOC, 41);
+    EXPECT_EQ(lines_of_report(2, 0), lines());
+    EXPECT_EQ(apc.buffer_size, 33);
+}
+
 TEST_F(Report, ASuccessDoesNotAskForApc) {
     apc.enabled = 1;
     apc.id = "id";
@@ -471,6 +479,14 @@ TEST_F(Report, WithoutMemoryNothingIsSentButTheRecordIsMarkedAsSent) {
     EXPECT_EQ(rec.is_rec_sent_to_server, 1);
     EXPECT_EQ(conn_cb.size_malloc, 0);
     EXPECT_EQ(log.lines(), lines());
+}
+
+TEST_F(Report, AnEmptyBlockIsABlockThatCountsNothing) {
+    void *block = clts_malloc(0);
+    EXPECT_NE(block, nullptr);
+    EXPECT_EQ(conn_cb.size_malloc, 0);
+    clts_free(&block, 0);
+    EXPECT_EQ(conn_cb.size_malloc, 0);
 }
 
 TEST_F(Report, ANullRecordIsNotReported) {
@@ -636,6 +652,88 @@ TEST_F(Dump, ShowsAnUnknownSsidAsAnEmptyText) {
     EXPECT_EQ(dumped(),
               framed(std::string(MAC_TEXT) + " ==> [(00:11:74:A1:B2:C3)] @ 2024.01.01 01:59:59 " +
                      "Num Events:1 Err Event:983843\n" + "     0:02:1A:2B:3C:4D:5E asks 00:11:74:A1:B2:C3 for \n"));
+}
+
+TEST_F(Dump, ShowsASecondBeyond31BitsAsOneBefore1970) {
+    for (const auto &[second, shown] :
+         std::vector<std::pair<uint32_t, std::string>>{{0x7FFFFFFF, "2038.01.19 05:14:07"},
+                                                       {0x80000000, "1901.12.13 22:45:52"},
+                                                       {0xFFFFFFFF, "1970.01.01 01:59:59"}}) {
+        rec.gmt = second;
+        EXPECT_NE(dumped().find(" @ " + shown + " Num"), std::string::npos) << shown;
+    }
+}
+
+TEST_F(Dump, HoldsAFailureWhoseReportHadNoMemory) {
+    auto *const attempt = static_cast<cl_conn_evt_rec *>(clts_malloc(sizeof(cl_conn_evt_rec)));
+    *attempt = rec;
+    attempt->cl_info.ssid = nullptr;
+    attempt->cl_info.ssid_len = 0;
+    fail_nth_call("malloc", 1);
+    send_error_to_server(nullptr, attempt, 0, FAILURE_PSK, 14);
+    EXPECT_EQ(faults_fired("malloc"), 1);
+    EXPECT_EQ(sent.size(), 0U);
+    EXPECT_EQ(attempt->is_rec_sent_to_server, 1);
+    settle_record(attempt);
+    conn_cb.init = 0;
+    byte_string request = MAC;
+    for (const char c : std::string("/tmp/dump"))
+        request.push_back(static_cast<uint8_t>(c));
+    request.resize(38);
+    EXPECT_EQ(wl_client_ts_dump(request.data()), 0);
+    conn_cb.init = -1;
+    EXPECT_EQ(file_text("/tmp/dump"),
+              std::string("Client ") + MAC_TEXT + " has 1 Error Records\n" +
+                  framed(std::string(MAC_TEXT) + " ==> [(00:11:74:A1:B2:C3)] @ 2024.01.01 01:59:59 " +
+                         "Num Events:0 Err Event:983843\n"));
+}
+
+TEST_F(Dump, ShowsNothingOfKeysAndLoginsWhateverTheirLabels) {
+    write_file("/tmp/more",
+               "INFOCODE_100=PMK\nINFOCODE_101=LOGIN\nPMK_1=key $OU $IP $ROLE.\nPMK_42=key $OU $IP $ROLE.\n"
+               "LOGIN_1=login $OU $IP $ROLE.\n");
+    ASSERT_EQ(pop_lang_cache_from_file("/tmp/more", wl_debug_log_cache), 0);
+    byte_string secret = text_bytes("correct horse battery staple, and fifty bytes in all, no less");
+    byte_string address = {'a', 'b', 'c', 'd'};
+    add(1, 100, 1, &secret);
+    add(2, 100, 42, &secret);
+    add(3, 101, 1, &secret);
+    add(4, 101, 1, &address);
+    EXPECT_EQ(dumped(),
+              framed(client + "Num Events:4 Err Event:983843\n" +
+                     "     1:key (Nil)  .\n     2:key (Nil)  .\n     3:login (Nil)  .\n     4:login (Nil)  .\n"));
+}
+
+TEST_F(Dump, LosesNoMoreThanALineForEachAllocationThatFails) {
+    byte_string server = {10, 0, 0, 1};
+    byte_string attribute(45);
+    std::memcpy(attribute.data(), "NAS-Port", 8);
+    attribute[40] = 1;
+    add(0, 2, 0);
+    add(1, 14, 5, &server);
+    add(2, 15, 802, &attribute);
+    const std::string all[] = {"     0:02:1A:2B:3C:4D:5E asks 00:11:74:A1:B2:C3 for Office\n",
+                               "     1:address from 10.0.0.1\n",
+                               "     2:Radius Pkt Type: Access-Accept\n\t\t[NAS-Port: 0]\n"};
+    const std::string head = client + "Num Events:3 Err Event:983843\n";
+    int fired = 0;
+    for (const char *const function : {"malloc", "calloc", "realloc", "strdup"}) {
+        for (int nth = 1;; nth++) {
+            fail_nth_call(function, nth);
+            const std::string text = dumped();
+            const int failed = faults_fired(function);
+            clear_faults();
+            if (failed == 0) {
+                EXPECT_EQ(text, framed(head + all[0] + all[1] + all[2]));
+                break;
+            }
+            fired++;
+            EXPECT_TRUE(text == framed(head + all[1] + all[2]) || text == framed(head + all[0] + all[2]) ||
+                        text == framed(head + all[0] + all[1]))
+                << function << nth << text;
+        }
+    }
+    EXPECT_GE(fired, 5) << "two values, three texts";
 }
 
 TEST_F(Dump, OfNothingIsNothing) {

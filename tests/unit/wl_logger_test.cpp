@@ -383,6 +383,40 @@ TEST_F(Logger, KeysAndLoginsHaveNoValueInALine) {
         }
 }
 
+/// With sentences that ask for all that a value may hold.
+class Secrets : public Logger {
+protected:
+    Secrets() {
+        generator.real = true;
+        std::string labels = "INFOCODE_100=PMK\nINFOCODE_101=LOGIN\n";
+        for (const char *const word : {"PMK", "LOGIN"})
+            for (const char *const sub : {"1", "39", "42"})
+                labels += std::string(word) + "_" + sub + "=[$OU][$IP][$ROLE]\n";
+        write_file("/tmp/labels", labels);
+        wl_debug_log_cache = hash_newTable(137, lang_hash_func, lang_compare_record);
+        EXPECT_EQ(pop_lang_cache_from_file("/tmp/labels", wl_debug_log_cache), 0);
+    }
+
+    ~Secrets() override {
+        hash_delTable(&wl_debug_log_cache, free_lang_node);
+    }
+};
+
+TEST_F(Secrets, OfKeysAndLoginsAreInNoLineWhateverTheLabels) {
+    const byte_string values[] = {text_bytes("abcd"),
+                                  text_bytes("correct horse battery staple, and fifty bytes in all, no less")};
+    for (const uint32_t info : {100, 101})
+        for (const auto &[sub, role] :
+             std::vector<std::pair<uint16_t, std::string>>{{1, ""}, {39, "from unkwown method"}, {42, ""}})
+            for (const byte_string &value : values) {
+                log_capture log(7);
+                deliver(VRE_CL_INFO, client_event(info, sub).item(TAG_VALUE, value));
+                const std::string line = "[02:1A:2B:3C:4D:5E]=>[()] [(Nil)][][" + role + "]";
+                EXPECT_EQ(syslog_.next(), "<134>wl_event_handler: " + line);
+                EXPECT_EQ(log.lines(), lines{"wl_log_evt: " + line});
+            }
+}
+
 TEST_F(Logger, ABandwidthEventWithoutAValueHasItsRuleForOne) {
     wl_evt_info_t event{};
     event.bw.pri = 0xFE;
@@ -524,6 +558,43 @@ TEST_F(Line, IsDroppedWithoutMemoryForABandwidthRule) {
     EXPECT_EQ(faults_fired("malloc"), 1);
     EXPECT_EQ(log.lines(), lines{"wl_log_evt: wl_log_evt Memory Alloc Error"});
     EXPECT_EQ(generator.calls, 0);
+}
+
+/// Every event writes its line whole or not at all, whichever allocation fails.
+TEST_F(Logger, AnEventIsSurvivedWhicheverAllocationFails) {
+    generator.real = true;
+    write_file("/tmp/labels", "INFOCODE_14=DHCP\nDHCP_5=$MAC has an address from $IP in $SSID, " +
+                                  std::string(200, 'x') + "\nINFOCODE_19=BW\nBW_0=up $UP\n");
+    wl_debug_log_cache = hash_newTable(137, lang_hash_func, lang_compare_record);
+    ASSERT_EQ(pop_lang_cache_from_file("/tmp/labels", wl_debug_log_cache), 0);
+    byte_string attributes;
+    for (int i = 0; i < 10; i++) {
+        attributes.insert(attributes.end(), 32, 'n');
+        attributes.insert(attributes.end(), {0, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 7});
+    }
+    const event_payload events[] = {client_event(14, 5).item(TAG_VALUE, {10, 0, 0, 1}), client_event(19),
+                                    client_event(15, 802).item(TAG_VALUE, attributes)};
+    log_capture log(7);
+    for (const event_payload &event : events) {
+        deliver(VRE_NODE_DHCP, event);
+        const std::string line = syslog_.next();
+        EXPECT_NE(line, "");
+        int fired = 0;
+        for (const char *const function : {"malloc", "calloc", "realloc", "strdup"}) {
+            for (int nth = 1;; nth++) {
+                fail_nth_call(function, nth);
+                deliver(VRE_NODE_DHCP, event);
+                const int failed = faults_fired(function);
+                clear_faults();
+                EXPECT_EQ(syslog_.next(), failed != 0 ? "" : line) << function << nth;
+                if (failed == 0)
+                    break;
+                fired++;
+            }
+        }
+        EXPECT_GE(fired, 2) << "the value and the text";
+    }
+    hash_delTable(&wl_debug_log_cache, free_lang_node);
 }
 
 TEST_F(Logger, ShortMemoryIsNotLoggedBelowLevel3) {

@@ -36,7 +36,6 @@ enum wl_info_code : uint32_t {
 };
 
 constexpr uint16_t SUBINFO_VLAN_ASSIGNED = 39;           // with any info code: the value is a VLAN
-constexpr uint16_t SUBINFO_RADIUS_PACKET = 800;          // plus the packet's code
 constexpr uint16_t SUBINFO_RADIUS_ACCESS_REQUEST = 801;  // value: the server's address, then the attributes
 
 // Of INFO_DHCP: the message.

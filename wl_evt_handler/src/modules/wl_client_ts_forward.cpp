@@ -150,7 +150,7 @@ bool has_invalid_vlan(const wl_evt_info_t &evt) {
 int send_client_ts_info(vre_iw_cmd_t, const wl_evt_info_t *evt) {
     // A RADIUS packet may take more than the usual size; it is sent all the same.
     const size_t size = std::max(PACKET_SIZE, forwarded_limit(*evt));
-    packet record{static_cast<uint8_t *>(clts_malloc(size)), 0};
+    packet record{static_cast<uint8_t *>(clts_malloc(size)), size, 0};
     if (record.bytes == nullptr)
         return -1;
     std::memset(record.bytes, 0, size);

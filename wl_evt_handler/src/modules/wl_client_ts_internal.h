@@ -108,6 +108,9 @@ struct clts_time {
 [[nodiscard]] uint32_t timediff_msec(uint32_t sec1, uint32_t usec1, uint32_t sec2, uint32_t usec2);
 
 /// malloc that counts.
+///
+/// @param size  bytes; a block of 0 bytes is one too
+/// @return null when memory is short
 [[nodiscard]] void *clts_malloc(size_t size);
 
 /// Frees what `*block` points to, unless it is null, and clears it.

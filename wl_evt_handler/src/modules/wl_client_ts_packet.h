@@ -16,19 +16,28 @@ struct [[gnu::packed]] item_head {
 };
 static_assert(sizeof(item_head) == 4);
 
-/// A packet under construction in a buffer that is known to be large enough.
+/// A packet under construction. What does not fit any more is left out, an item as a whole.
 struct packet {
     uint8_t *bytes;
+    size_t capacity;
     size_t length;
 };
 
+inline bool has_room(const packet &out, size_t length) {
+    return length <= out.capacity - out.length;
+}
+
 inline void put(packet &out, const void *bytes, size_t length) {
+    if (!has_room(out, length))
+        return;
     std::memcpy(out.bytes + out.length, bytes, length);
     out.length += length;
 }
 
 inline void put_item(packet &out, uint16_t type, const void *value, size_t length) {
     item_head head;
+    if (!has_room(out, sizeof head + length))
+        return;
     head.type = type;
     head.length = static_cast<uint16_t>(length);
     put(out, &head, sizeof head);

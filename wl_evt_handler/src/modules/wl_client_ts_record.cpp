@@ -1,4 +1,5 @@
 // The life of a connection record: created with the first request, filled by events, completed by success.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -241,7 +242,8 @@ uint32_t timediff_msec(uint32_t sec1, uint32_t usec1, uint32_t sec2, uint32_t us
 }
 
 void *clts_malloc(size_t size) {
-    void *const block = std::malloc(size);
+    // An empty value has a block too, on every C library.
+    void *const block = std::malloc(std::max(size, size_t{1}));
     if (block != nullptr)
         __atomic_fetch_add(&conn_cb.size_malloc, static_cast<int>(size), __ATOMIC_RELAXED);
     return block;

@@ -167,7 +167,7 @@ void check_and_send_client_connection_info(cl_conn_evt_rec *clrec, int slot) {
     }
     // Whether the report gets through or not: the record is then kept and can be dumped.
     clrec->is_rec_sent_to_server = 1;
-    packet report{static_cast<uint8_t *>(clts_malloc(PACKET_SIZE)), 0};
+    packet report{static_cast<uint8_t *>(clts_malloc(PACKET_SIZE)), PACKET_SIZE, 0};
     if (report.bytes == nullptr)
         return;
     std::memset(report.bytes, 0, PACKET_SIZE);
@@ -180,7 +180,8 @@ void print_record(FILE *fp, const cl_conn_evt_rec *clrec) {
     if (fp == nullptr || clrec == nullptr)
         return;
     const struct cl_info &client = clrec->cl_info;
-    const time_t created = static_cast<time_t>(clrec->gmt);
+    // Signed, as it is where a time_t has 32 bits.
+    const time_t created = static_cast<int32_t>(clrec->gmt);
     tm when{};
     localtime_r(&created, &when);
     print_rule(fp, 81);
