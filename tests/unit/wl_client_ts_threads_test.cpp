@@ -27,7 +27,7 @@ class ThreadsOfClients : public VerdictFixture {
 protected:
     static void let_timer_run() {
         const std::lock_guard lock(world.mutex);
-        world.pace_usec = 1000;
+        world.pace_usec = 200;
         world.changed.notify_all();
     }
 
@@ -104,14 +104,14 @@ protected:
 
 TEST_F(ProfilesComeAndGo, WhileTheTimerAsksThemForApc) {
     let_timer_run();
-    for (unsigned wave = 0; wave < 4; wave++) {
-        add_ended_attempts(50 * wave + 1, 50);
-        for (int i = 0; i < 20; i++) {  // without a lock that would order the threads
+    for (unsigned wave = 0; wave < 40; wave++) {
+        add_ended_attempts(5 * wave + 1, 5);
+        for (int i = 0; i < 4; i++) {  // longer than a sleep, and without a lock that would order the threads
             update_all(ADD);
             update_all(DELETE);
         }
-        wait_for_verdicts();
     }
+    wait_for_verdicts();
     EXPECT_EQ(take_reports().size(), 200u);
     EXPECT_EQ(length_of_identifier(201), -1);
     update_all(ADD);
