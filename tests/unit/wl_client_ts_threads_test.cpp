@@ -27,7 +27,7 @@ class ThreadsOfClients : public VerdictFixture {
 protected:
     static void let_timer_run() {
         const std::lock_guard lock(world.mutex);
-        world.pace_usec = 1000;
+        world.pace_usec = 200;
         world.changed.notify_all();
     }
 
@@ -36,14 +36,16 @@ protected:
         return conn_cb.inprog_conn_table->num_entries;
     }
 
-    /// An attempt that the next sweep finds without an answer from DHCP.
-    static void add_ended_attempt(unsigned client) {
-        cl_conn_evt_rec *const rec = attempt(client);
-        rec->state = CL_ASSOC_ANSWERED;
-        rec->dhcp_state = 1;
-        rec->timestamp -= CONN_TIMEOUT;
+    /// Attempts of so many clients that the next sweep finds without an answer from DHCP.
+    static void add_ended_attempts(unsigned first_client, unsigned count) {
         const conn_lock lock;
-        EXPECT_EQ(hash_add(conn_cb.inprog_conn_table, mac_of(client).data(), rec), 0);
+        for (unsigned client = first_client; client < first_client + count; client++) {
+            cl_conn_evt_rec *const rec = attempt(client);
+            rec->state = CL_ASSOC_ANSWERED;
+            rec->dhcp_state = 1;
+            rec->timestamp -= CONN_TIMEOUT;
+            EXPECT_EQ(hash_add(conn_cb.inprog_conn_table, mac_of(client).data(), rec), 0);
+        }
     }
 
     /// Waits until the timer has ended all attempts.
@@ -93,7 +95,7 @@ protected:
     /// The identifier's length in the report on an attempt that ends now; -1 without one.
     static int64_t length_of_identifier(unsigned client) {
         take_reports();
-        add_ended_attempt(client);
+        add_ended_attempts(client, 1);
         wait_for_verdicts();
         const std::vector<report> reports = take_reports();
         return reports.size() == 1 ? reports[0].item(ITEM_APC_ID) : -2;
@@ -102,10 +104,9 @@ protected:
 
 TEST_F(ProfilesComeAndGo, WhileTheTimerAsksThemForApc) {
     let_timer_run();
-    for (unsigned wave = 0; wave < 10; wave++) {
-        for (unsigned client = 1; client <= 20; client++)
-            add_ended_attempt(wave * 20 + client);
-        for (int i = 0; i < 5; i++) {  // without a lock that would order the threads
+    for (unsigned wave = 0; wave < 40; wave++) {
+        add_ended_attempts(5 * wave + 1, 5);
+        for (int i = 0; i < 4; i++) {  // longer than a sleep, and without a lock that would order the threads
             update_all(ADD);
             update_all(DELETE);
         }
