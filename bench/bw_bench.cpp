@@ -15,6 +15,7 @@
 #include "child.h"
 #include "debug_log.h"
 #include "event_payload.h"
+#include "resident.h"
 #include "wl_bw.h"
 #include "wl_bw_internal.h"
 
@@ -100,15 +101,6 @@ void bench_replay() {
     if (bw_init() != 1)
         std::exit(1);
     std::printf("replay of %zu records: %.1f ms\n", LOG_RECORDS, since(start));
-}
-
-/// @return resident memory in KiB
-long resident() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.compare(0, 6, "VmRSS:") == 0)
-            return std::atol(line.c_str() + 6);
-    return 0;
 }
 
 void bench_memory() {

@@ -12,6 +12,7 @@
 #include "libwl.h"
 #include "libwl_internal.h"
 #include "wl_common.h"
+#include "wl_utils.h"
 
 pthread_mutex_t wl_bus_mutex = PTHREAD_MUTEX_INITIALIZER;
 std::atomic<int> wl_send_failures;
@@ -140,14 +141,13 @@ bool dispatch(char *message, size_t size) {
     return true;
 }
 
-/// Takes the buffer back from the handlers, with every byte of the message gone.
+/// Takes the buffer back from the handlers, with every byte of the message gone: they may be a key.
 void restore_buffer(char *buffer, size_t size) {
-    if (own_queue.buffer != nullptr) {  // a handler has registered anew
+    wipe(buffer, size + PADDING);
+    if (own_queue.buffer == nullptr)
+        own_queue.buffer = buffer;
+    else  // a handler has registered anew
         std::free(buffer);
-        return;
-    }
-    std::memset(buffer, 0, size + PADDING);
-    own_queue.buffer = buffer;
 }
 
 /// @return what a failed read means to the reader

@@ -21,12 +21,27 @@ from sim.clients import (
     login_value,
     whereabouts,
 )
+from sim.events import (
+    INFO_CODE,
+    SUBINFO_CODE,
+    SUBINFO_VALUE,
+    VAP_BSSID,
+    VAP_SSID,
+    header,
+    item,
+    mac_bytes,
+    text_item,
+    u16,
+    u32,
+)
 from sim.profiles import usable, write_daemon_configuration, write_profile
 
 ALICE = "02:00:00:00:00:0a"
 BOB = "02:00:00:00:00:bb"
 SECRET = bytes(range(0xA0, 0xC0))
 DUMP = "/tmp/wl_clients.txt"
+AUTH_REQUEST, ASSOC_REQUEST, STEERING = 2, 4, 20  # information codes
+BELOW_ASSOCIATION_RSSI = 4
 
 
 @pytest.fixture
@@ -227,9 +242,9 @@ def test_a_deleted_profile_takes_its_clients_along(ap):
     assert present(ap) == []
 
 
-def holds(pid, wanted):
-    """Whether the memory that a process may write holds the bytes."""
-    with open(f"/proc/{pid}/maps", encoding="ascii") as maps, open(f"/proc/{pid}/mem", "rb", 0) as memory:
+def holds(ap, wanted):
+    """Whether the memory that the daemon may write holds the bytes."""
+    with open(f"/proc/{ap.pid}/maps", encoding="ascii") as maps, open(f"/proc/{ap.pid}/mem", "rb", 0) as memory:
         for line in maps:
             area, rights = line.split()[:2]
             begin, end = (int(number, 16) for number in area.split("-"))
@@ -244,20 +259,62 @@ def holds(pid, wanted):
     return False
 
 
-def test_a_deleted_key_is_gone_from_memory_and_was_never_logged(ap):
-    ap.reload_without_reply("7 SET_DEBUG_LEVEL")
-    add_key(ap)
-    add_key(ap)
-    ap.settle()
+def holds_key(ap):
+    # The second half alone: what is released without being cleared loses its first bytes to the allocator.
+    return holds(ap, SECRET[16:])
+
+
+@pytest.fixture
+def readable(ap):
+    """The access point, where the machine lets its memory be read; the sandbox's own kind always does."""
     try:
-        assert holds(ap.pid, SECRET), "the key is where the test looks"
+        holds(ap, SECRET)
     except PermissionError:
+        if os.environ["WL_IN_SANDBOX"] != "in-place":
+            raise
         pytest.skip("the daemon's memory cannot be read here")
-    send(ap, KEY, DELETE_KEY)
+    return ap
+
+
+def test_a_deleted_key_is_gone_from_memory_and_was_never_logged(readable):
+    ap = readable
+    ap.reload_without_reply("7 SET_DEBUG_LEVEL")
+    # Many keys, as the last blocks to be released are soon taken and overwritten by something else.
+    several = [f"02:00:00:00:01:{n:02x}" for n in range(20)]
+    for mac in several:
+        add_key(ap, mac=mac)
+        add_key(ap, mac=mac)
+    ap.settle()
+    assert holds_key(ap), "the key is where the test looks"
+    # The last messages are shorter than what stands before a key in a message: they overwrite none where it was read to.
     add_key(ap, length=33)
-    for _ in range(3):  # whatever the bus reads messages into has something else in it then
-        ap.send_event("VRE.cl_info", client_info(999, 0, bytes(1500)))
+    for mac in several:
+        send(ap, KEY, DELETE_KEY, mac=mac)
+    ap.settle()
+    assert not holds_key(ap)
     assert present(ap) == []
-    assert not holds(ap.pid, SECRET)
     assert SECRET not in ap.log_text().encode("latin-1", "replace")
     assert SECRET.hex() not in ap.log_text().lower()
+
+
+def attempt_event(code, sub_code, value=None):
+    """An event of Alice's attempt to connect to the SSID."""
+    items = text_item(VAP_SSID, "Lobby") + item(VAP_BSSID, mac_bytes("02:00:00:00:01:00"))
+    codes = item(INFO_CODE, u32(code)) + item(SUBINFO_CODE, u16(sub_code))
+    return header(ALICE, 1) + items + codes + (b"" if value is None else item(SUBINFO_VALUE, value))
+
+
+def test_a_key_of_an_attempt_to_connect_is_gone_with_the_attempt_s_record(readable):
+    ap = readable
+    ap.send_event("VRE.auth.recv", attempt_event(AUTH_REQUEST, 0, bytes(2)))
+    ap.send_event("VRE.assoc.recv", attempt_event(ASSOC_REQUEST, 0, bytes(2)))
+    ap.send_event("VRE.cl_info", attempt_event(KEY, ADD_KEY, key_value(SECRET)))
+    # A refusal by smart steering is no failure: the attempt's record is freed when it ends, and not kept for a dump.
+    ap.send_event("VRE.smart_steering", attempt_event(STEERING, BELOW_ASSOCIATION_RSSI))
+    send(ap, KEY, DELETE_KEY)
+    ap.settle()
+    assert present(ap) == []
+    assert holds_key(ap), "the record of the attempt has a copy of each of its events"
+    ap.send_event("VRE.auth.recv", attempt_event(AUTH_REQUEST, 0, bytes(2)))  # ends the attempt and begins another
+    ap.settle()
+    assert not holds_key(ap)

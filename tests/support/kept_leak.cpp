@@ -2,5 +2,5 @@
 // the login before, which are deliberately not freed.
 extern "C" const char *__lsan_default_suppressions();
 extern "C" const char *__lsan_default_suppressions() {
-    return "leak:create_and_add_extra_vlan\nleak:store_portal_login";
+    return "leak:create_and_add_extra_vlan\nleak:renew_portal_login";
 }

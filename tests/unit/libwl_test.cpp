@@ -1,5 +1,6 @@
 #include "libwl.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
@@ -66,7 +67,21 @@ template <int... Bindings> constexpr auto make_recorders(std::integer_sequence<i
 }
 constexpr auto RECORDERS = make_recorders(std::make_integer_sequence<int, 40>());
 
+/// The block of the message whose release is waited for, and whether its bytes were all zero then.
+const char *watched_message;
+bool released, released_clear;
+
 }  // namespace
+
+extern "C" void __real_free(void *block);
+extern "C" void __wrap_free(void *block) {
+    if (block != nullptr && block == watched_message) {
+        released = true;
+        released_clear = std::all_of(watched_message, watched_message + 2048 + 64, [](char byte) { return byte == 0; });
+        watched_message = nullptr;
+    }
+    __real_free(block);
+}
 
 extern "C" mqd_t __wrap_mq_open(const char *name, int flags, ...) {
     va_list arguments;
@@ -703,6 +718,20 @@ TEST_F(LibwlHandler, RegisteringAnewOnAWiderQueueReadsItsMessages) {
     const std::string payload(4096 - sizeof "VRE.node_leave", 'x');
     EXPECT_EQ(receive(event("VRE.node_leave", payload)), 0);
     EXPECT_EQ(deliveries.back(), (delivery{1, 14, payload, true}));
+}
+
+TEST_F(LibwlHandler, RegisteringAnewReleasesTheMessageCleared) {
+    ASSERT_GE(register_own(bind_1_to_node_leave), 0);
+    released = released_clear = false;
+    in_handler = [](char *payload, int) {
+        in_handler = nullptr;
+        watched_message = payload - sizeof "VRE.node_leave";
+        EXPECT_GE(register_own(bind_1_to_node_leave), 0);
+        EXPECT_FALSE(released);
+    };
+    EXPECT_EQ(receive(event("VRE.node_leave", std::string(2000, 'x'))), 0);
+    EXPECT_TRUE(released);
+    EXPECT_TRUE(released_clear);
 }
 
 TEST_F(LibwlHandler, RegisteringAnewInVainLeavesNoQueue) {

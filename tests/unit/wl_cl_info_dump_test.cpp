@@ -338,6 +338,18 @@ TEST_F(Dump, AShortRequestIsRefused) {
     EXPECT_NE(access(FILE_NAME, F_OK), 0);
 }
 
+TEST_F(Dump, BytesBehindARequestDoNotCount) {
+    add_client(add_profile(1), BOB);
+    const std::string cache = dumped(BOB);
+    unlink(FILE_NAME);
+    byte_string longer = request(BOB);
+    longer.resize(1500, ROLES);
+    received_payload event(longer);
+    handle_wl_client_info_dump_req(VRE_WL_CLIENT_INFO_DUMP, event.data(), event.length());
+    EXPECT_NE(cache, "");
+    EXPECT_EQ(file_text(FILE_NAME), cache);
+}
+
 TEST_F(Dump, AnAbsentRequestIsRefused) {
     expect_logged(3, "handle_client_info_dump_req: Received evt info null for eevent[97]",
                   [] { EXPECT_EQ(handle_client_info_dump_req(nullptr), -1); });

@@ -3,6 +3,20 @@
 
 #include "wl_cl_info_fixture.h"
 
+/// Whether decoded events come without the address of their client, which no event of this index does.
+static bool hides_client;
+
+extern "C" {
+
+void __real__Z15wl_get_evt_info12vre_iw_cmd_tP11wl_evt_infoPvi(vre_iw_cmd_t e, wl_evt_info_t *info, void *buf, int len);
+void __wrap__Z15wl_get_evt_info12vre_iw_cmd_tP11wl_evt_infoPvi(vre_iw_cmd_t e, wl_evt_info_t *info, void *buf,
+                                                               int len) {
+    __real__Z15wl_get_evt_info12vre_iw_cmd_tP11wl_evt_infoPvi(e, info, buf, len);
+    if (hides_client)
+        info->cl_mac = nullptr;
+}
+}
+
 namespace {
 
 constexpr uint32_t PMK = 100;
@@ -88,6 +102,7 @@ class ClInfoEvent : public ClientCache {
 protected:
     void SetUp() override {
         ClientCache::SetUp();
+        hides_client = false;
         profile = add_profile(1);
     }
 
@@ -136,6 +151,14 @@ TEST_F(Dispatch, AnotherEventIsRefused) {
 TEST_F(Dispatch, AbsentDataIsRefused) {
     expect_logged(3, "handle_client_info: Event data is NULL for event[65]",
                   [] { handle_client_info(VRE_CL_INFO, nullptr, 0); });
+}
+
+TEST_F(Dispatch, AnEventWithoutAClientIsRefused) {
+    hides_client = true;
+    expect_logged(3, "handle_client_info: Client mac null in event[65] for infocode[100] subinfo code[1]",
+                  [] { add_pmk(); });
+    EXPECT_EQ(lines_at_level(7, [] { add_pmk(); }).size(), 1U);
+    EXPECT_EQ(profile->cl_info_hash.entry_count, 0U);
 }
 
 TEST_F(Dispatch, TellsWhatItReceives) {
@@ -373,6 +396,19 @@ TEST_F(PmkAdd, OfALongerValueOnlyTheClaimedIdentityCounts) {
     EXPECT_STREQ(reinterpret_cast<const char *>(fullauth()->identity), "alice");
 }
 
+TEST_F(PmkAdd, BytesBehindAKeyWithoutIdentityDoNotCount) {
+    add_pmk(ADD, {.identity = std::string(1500, 'x'), .claimed = 0});
+    ASSERT_NE(fullauth(), nullptr);
+    EXPECT_EQ(fullauth()->vlan_id, 0x11121314);
+    EXPECT_EQ(fullauth()->identity, nullptr);
+    EXPECT_EQ(fullauth()->identity_len, 0U);
+}
+
+TEST_F(PmkAdd, AKeyWithoutAPayloadIsNoKey) {
+    dot1x_pmk_cl_data pmk{};
+    EXPECT_EQ(fill_cl_pmk_info_from_evt({}, &pmk), -1);
+}
+
 TEST_F(PmkAdd, AnIdentityThatGoesBeyondItsValueIsRefused) {
     for (const int64_t claimed : {14LL, 0x7FFFFFFFLL, 0xFFFFFFFFLL}) {
         const auto scenario = anew([claimed] { add_pmk(ADD, {.claimed = claimed}); });
@@ -583,6 +619,19 @@ TEST_F(PortalAdd, WhatAShortValueLacksIsZero) {
     EXPECT_EQ(login()->login_time, 0x29000000U);
     EXPECT_EQ(login()->bw_upload_limit, 0);
     EXPECT_EQ(login()->username[0], '\0');
+}
+
+TEST_F(PortalAdd, BytesBehindTheUserNameDoNotCount) {
+    for (const size_t size : {101U, 1500U}) {
+        byte_string value = login_value();
+        std::fill(value.begin() + 36, value.end(), 'u');
+        value.resize(size, 'x');
+        anew([&] { add_login(value); })();
+        ASSERT_NE(login(), nullptr);
+        EXPECT_STREQ(login()->ip_addr, "192.168.1.20");
+        EXPECT_EQ(login()->bw_upload_limit, 0x2D2E2F30);
+        EXPECT_EQ(std::string(login()->username, 64), std::string(64, 'u'));
+    }
 }
 
 TEST_F(PortalAdd, AnEmptyValueIsALoginOfZeros) {

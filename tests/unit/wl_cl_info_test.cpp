@@ -30,12 +30,14 @@ extern "C" {
 void __wrap__Z27send_cl_portal_login_packetP17ssid_profile_infoP14wl_client_info(ssid_profile_info *profile,
                                                                                  wl_client_info *client) {
     announced.push_back({profile, client, client->is_active == 1, client->connected_vap});
+    WL_LOG_AS("send_cl_portal_login_packet", 7, "announced");
 }
 
 int __wrap__Z15send_role_ioctlP17ssid_profile_infoP14wl_client_info17role_ioctl_action(ssid_profile_info *profile,
                                                                                        wl_client_info *client,
                                                                                        role_ioctl_action action) {
     role_requests.push_back({profile, client, action, client->is_active != 0});
+    WL_LOG_AS("send_role_ioctl", 7, "action %d", action);
     return -1;
 }
 }
@@ -166,6 +168,47 @@ TEST_F(Constructors, WithoutMemoryTheyAreNull) {
     EXPECT_EQ(get_new_portal_cl_auth_info(), nullptr);
     EXPECT_EQ(get_new_dot1x_pmk_cl_data(), nullptr);
     EXPECT_EQ(faults_fired("calloc"), 4);
+}
+
+byte_string bytes_of(const role_client_t &role) {
+    byte_string bytes(sizeof role);
+    std::memcpy(bytes.data(), &role, sizeof role);
+    return bytes;
+}
+
+TEST(RoleOfAClient, EveryFieldHasItsPlace) {
+    role_client_t role{};
+    role.role_id = 0x01020304;
+    role.vendor_id = 0x05060708;
+    role.attr_id = 0x090A0B0C;
+    role.rdp_method = 0x0D;
+    std::memset(role.client_role, 'r', 32);
+    role.client_role[32] = 'z';
+    EXPECT_EQ(bytes_of(role), event_payload()
+                                  .bytes({1, 2, 3, 4})
+                                  .bytes({5, 6, 7, 8})
+                                  .bytes({9, 10, 11, 12})
+                                  .bytes({13})
+                                  .bytes(byte_string(32, 'r'))
+                                  .bytes({'z', 0})
+                                  .bytes());
+    EXPECT_EQ(bytes_of(role).size(), 47U);
+}
+
+TEST(RoleOfAClient, TheFlagsAreTheHighestBitsOfTheLastByte) {
+    byte_string expected(47);
+    role_client_t role{};
+    role.apply_ssid_firewall = 1;
+    expected[46] = 0x80;
+    EXPECT_EQ(bytes_of(role), expected);
+    role = {};
+    role.apply_ssid_portal_or_webq = 1;
+    expected[46] = 0x40;
+    EXPECT_EQ(bytes_of(role), expected);
+    role = {};
+    role.apply_ssid_bw_limit = 1;
+    expected[46] = 0x20;
+    EXPECT_EQ(bytes_of(role), expected);
 }
 
 TEST_F(Frees, AKeyAndItsIdentityAreWipedBeforeTheyGo) {
@@ -604,6 +647,81 @@ TEST_F(Left, TakesTheRoleFromTheDriverWhereRolesAreInUse) {
     EXPECT_EQ(role_requests[0].client, client);
     EXPECT_EQ(role_requests[0].action, 2);
     EXPECT_FALSE(role_requests[0].active);
+}
+
+TEST_F(Left, TheFirstProfileOfTheTableAloneLosesTheClientWhateverIdTheEventHas) {
+    ssid_profile_info *const second = add_profile(44);
+    ssid_profile_info *const first = add_profile(43);
+    for (ssid_profile_info *const profile : {first, second}) {
+        wl_client_info *const client = add_client(profile, ALICE);
+        client->is_active = 1;
+        client->connected_vap = get_vap_from_list_by_name(profile->vap_data_list, "ath0");
+    }
+    receive(LEAVE, {.profile_id = 44});
+    EXPECT_EQ(find(first, ALICE), nullptr);
+    ASSERT_NE(find(second, ALICE), nullptr);
+    EXPECT_EQ(find(second, ALICE)->is_active, 1);
+    EXPECT_STREQ(find(second, ALICE)->connected_vap->name, "ath0");
+}
+
+TEST_F(Left, AClientThatTheFirstProfileDoesNotKnowStaysActiveInTheNext) {
+    ssid_profile_info *const second = add_profile(44);
+    add_profile(43);
+    add_client(second, ALICE)->is_active = 1;
+    receive(LEAVE);
+    ASSERT_NE(find(second, ALICE), nullptr);
+    EXPECT_EQ(find(second, ALICE)->is_active, 1);
+}
+
+const std::string CAME =
+    "vre_cl_authorized_updates: [VRE_CL_INFO] : Received node authorizd for "
+    "client[02:00:00:00:00:0A]connected to SSID [net] with bssid [02:00:00:00:01:F0] vapname [ath0]";
+const std::string IS_ACTIVE =
+    "vre_cl_authorized_updates: [VRE_CL_INFO] Setting client active status for [02:00:00:00:00:0A]";
+const std::string ANNOUNCED = "send_cl_portal_login_packet: announced";
+const std::string LEFT = "vre_cl_leave_updates: [VRE_CL_INFO] : Received node leave for client[02:00:00:00:00:0A]"
+                         "disconnected from SSID [net] with bssid [02:00:00:00:01:F0] vapname [ath0]";
+const std::string IS_INACTIVE =
+    "vre_cl_leave_updates: [VRE_CL_INFO] reseting client active status for [02:00:00:00:00:0A]";
+const std::string DELETING = "decide_and_delete_client: Deleting client record for [02:00:00:00:00:0A]";
+
+TEST_F(Authorized, ANewClientIsMadeThenActiveThenAnnounced) {
+    add_profile(1);
+    EXPECT_EQ(lines_at_level(7, [] { receive(AUTHORIZE); }),
+              lines({CAME,
+                     "vre_cl_authorized_updates: client [02:00:00:00:00:0A] entry not found in ssid profile [net] "
+                     "creating new one",
+                     IS_ACTIVE, ANNOUNCED}));
+}
+
+TEST_F(Left, TheRoleIsTakenBeforeTheRecordGoes) {
+    add_profile(1)->flags.role_profile_enabled = 1;
+    receive(AUTHORIZE);
+    EXPECT_EQ(lines_at_level(7, [] { receive(LEAVE); }),
+              lines({LEFT, IS_INACTIVE, "send_role_ioctl: action 2", DELETING}));
+}
+
+void receive_key_event(uint16_t subinfo_code) {
+    received_payload received(
+        event_payload().header(ALICE, 1).u32(5, 100).u16(6, subinfo_code).item(7, byte_string(111)));
+    handle_client_info(VRE_CL_INFO, received.data(), received.length());
+}
+
+TEST_F(Whereabouts, TheWholeStayOfAClientWithAKeyIsTold) {
+    add_profile(1)->flags.role_profile_enabled = 1;
+    const std::string received = "handle_client_info: [VRE_CL_INFO] : Received VRE_CL_INFO event with infocode : 100 ";
+    EXPECT_EQ(lines_at_level(7,
+                             [] {
+                                 receive_key_event(1);
+                                 receive(AUTHORIZE);
+                                 receive(LEAVE);
+                                 receive_key_event(3);
+                             }),
+              lines({received + "subinfocode : 1 for client[02:00:00:00:00:0A]",
+                     "handle_cl_pmk_add_evt: client [02:00:00:00:00:0A] entry not found in ssid profile [1] creating "
+                     "new one",
+                     CAME, IS_ACTIVE, ANNOUNCED, LEFT, IS_INACTIVE, "send_role_ioctl: action 2",
+                     received + "subinfocode : 3 for client[02:00:00:00:00:0A]", DELETING}));
 }
 
 TEST_F(Left, WithoutRolesTheDriverHearsNothing) {

