@@ -87,20 +87,21 @@ int perform_file_edit(const char *path, uint32_t evt_id, const ap_logging_evt_no
                static_cast<long>(node->time));
         append(file, *rec);
     } else {
-        edit_log_timestamp(file, evt_id, node, rec);
+        edit_log_timestamp(file, evt_id, node);
     }
     std::fclose(file);
     return 0;
 }
 
-void edit_log_timestamp(FILE *file, uint32_t evt_id, const ap_logging_evt_node *node, file_ap_logging_evt_node *rec) {
+void edit_log_timestamp(FILE *file, uint32_t evt_id, const ap_logging_evt_node *node) {
     const auto printed_id = static_cast<int>(evt_id);
     WL_LOG(3, "Starting to go through file to edit cache file  %d", printed_id);
+    file_ap_logging_evt_node record;
     std::rewind(file);  // C libraries differ in where a stream for appending begins to read
     do {
-        if (!read_record(file, rec))
+        if (!read_record(file, &record))
             return;
-    } while (rec->evt_id != evt_id || std::strncmp(rec->buf, node->buf, sizeof rec->buf) != 0);
+    } while (record.evt_id != evt_id || std::strncmp(record.buf, node->buf, sizeof record.buf) != 0);
     const long after = std::ftell(file);
     if (after < 0) {
         const int error = errno;
@@ -108,7 +109,7 @@ void edit_log_timestamp(FILE *file, uint32_t evt_id, const ap_logging_evt_node *
         return;
     }
     WL_LOG(3, "FOund old entry for evt_id  %d", printed_id);
-    rec->time = node->time;
-    std::fseek(file, after - static_cast<long>(sizeof *rec), SEEK_SET);
-    append(file, *rec);
+    record.time = node->time;
+    std::fseek(file, after - static_cast<long>(sizeof record), SEEK_SET);
+    append(file, record);
 }

@@ -73,7 +73,7 @@ int init_ap_logging_cache(const char *path);
 
 /// Writes a text that was reported to the cache file.
 ///
-/// @param rec   holds the record that is written or read
+/// @param rec   holds the record that CACHE_APPEND writes
 /// @param mode  CACHE_APPEND for a new text; else the time of the text changes
 /// @return 0; 1 when the node is null or the file cannot be opened
 int perform_file_edit(const char *path, uint32_t evt_id, const ap_logging_evt_node *node, file_ap_logging_evt_node *rec,
@@ -81,7 +81,7 @@ int perform_file_edit(const char *path, uint32_t evt_id, const ap_logging_evt_no
 
 /// Writes the record of a text again with the node's time. The file is open for appending, so the new record lands at
 /// the end and the old one deliberately stays: a restart finds both.
-void edit_log_timestamp(FILE *file, uint32_t evt_id, const ap_logging_evt_node *node, file_ap_logging_evt_node *rec);
+void edit_log_timestamp(FILE *file, uint32_t evt_id, const ap_logging_evt_node *node);
 
 /// Posts a report on the bus.
 ///
