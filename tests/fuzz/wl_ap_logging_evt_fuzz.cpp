@@ -97,7 +97,8 @@ enum action : uint8_t {
 void write(const char *path, const byte_string &bytes) {
     FILE *const file = __real_fopen(path, "w");
     require(file != nullptr);
-    std::fwrite(bytes.data(), 1, bytes.size(), file);
+    for (const uint8_t byte : bytes)
+        std::putc(byte, file);
     std::fclose(file);
 }
 
