@@ -84,7 +84,7 @@ int perform_file_edit(const char *path, uint32_t evt_id, const ap_logging_evt_no
         rec->time = node->time;
         std::memcpy(rec->buf, node->buf, sizeof rec->buf);
         WL_LOG(7, "Writing to file cache : id %d, buf %s, time %ld", static_cast<int>(evt_id), rec->buf,
-               static_cast<long>(node->time));
+               static_cast<long>(static_cast<int32_t>(node->time)));
         append(file, *rec);
     } else {
         edit_log_timestamp(file, evt_id, node);
