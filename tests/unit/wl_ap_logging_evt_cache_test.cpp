@@ -352,6 +352,11 @@ TEST_F(ApReportCache, ATextWithoutNulIsCut) {
     EXPECT_EQ(texts_of(1), (texts{{std::string(254, 'x'), 5}, {"b", 6}}));
 }
 
+TEST_F(ApReportCache, ATextWithoutNulIsLoggedCut) {
+    expect_logged(7, "init_ap_logging_cache: Reading line with evt_id 1 and buf " + std::string(254, 'x'),
+                  [] { load(cache_record(1, 5, std::string(255, 'x'), 'y')); });
+}
+
 TEST_F(ApReportCache, AnyBytesAreRecords) {
     EXPECT_EQ(load(std::string(2 * 264, '\xFF')), 0);
     EXPECT_EQ(texts_of(0xFFFFFFFF),
@@ -445,8 +450,10 @@ TEST_F(ApReportCache, AnAppendedTextEndsWithANul) {
 }
 
 TEST_F(ApReportCache, AppendingIsLogged) {
-    expect_logged(7, "perform_file_edit: Writing to file cache : id 17, buf text, time 4000000000",
-                  [] { EXPECT_EQ(edit(17, "text", 4000000000, 1), 0); });
+    expect_logged(7, "perform_file_edit: Writing to file cache : id 17, buf text, time 1234567",
+                  [] { EXPECT_EQ(edit(17, "text", 1234567, 1), 0); });
+    expect_logged(7, "perform_file_edit: Writing to file cache : id -1, buf , time -294967296",
+                  [] { EXPECT_EQ(edit(0xFFFFFFFF, "", 4000000000, 1), 0); });
 }
 
 TEST_F(ApReportCache, ARecordsOldFormStaysWhenItsTimeIsEdited) {

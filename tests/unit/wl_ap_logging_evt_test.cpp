@@ -488,6 +488,17 @@ TEST_F(ApEvents, AUserSpaceTextEndsWithItsValue) {
     expect_report([] { user(VRE_REBOOT_EVT, user_value(200, {})); }, 3, "");
 }
 
+TEST_F(ApEvents, NothingBehindAUserSpaceValueIsOfItsText) {
+    expect_report(
+        [] {
+            const event_payload payload =
+                event_payload().u32(5, VRE_REBOOT_EVT).item(7, user_value(254, text_bytes("short")));
+            received_payload received(payload, 'x');
+            handle_vre_userspace_event(VRE_USERSPACE_EVT, received.data(), received.length());
+        },
+        3, "short");
+}
+
 TEST_F(ApEvents, AUserSpaceTextEndsAtItsLength) {
     expect_report([] { user(VRE_REBOOT_EVT, user_value(3, text_bytes("longer"))); }, 3, "lon");
 }
