@@ -1,6 +1,6 @@
 // What an answer to a neighbour costs that asks for the clients of an SSID: the event thread's time, bytes and packets,
-// over a local TCP connection whose other end is read all the time. Each answer goes over a connection of its own, opened
-// as the daemon opens it. And what a cached client takes of memory.
+// over a local TCP connection whose other end is read all the time. Each answer goes over a connection of its own,
+// opened as the daemon opens it. And what a cached client takes of memory.
 #include <algorithm>
 #include <arpa/inet.h>
 #include <chrono>

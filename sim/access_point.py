@@ -15,7 +15,8 @@ import re
 import shutil
 import signal
 import subprocess
-from collections.abc import Callable, Iterable, Sequence
+from collections.abc import Callable, Iterable, Iterator, Sequence
+from contextlib import contextmanager
 from typing import NamedTuple
 
 from sim import bus, fixed_paths, processes, reload
@@ -159,6 +160,17 @@ class AccessPoint:
         for pid in self.processes():
             os.kill(pid, signal.SIGKILL)
         self.wait_until_gone(limit)
+
+    @contextmanager
+    def held(self, limit: float = DEFAULT_LIMIT) -> Iterator[None]:
+        """Lets the daemon do nothing meanwhile; what comes to it then, comes at once for it afterwards."""
+        pid = self.pid
+        os.kill(pid, signal.SIGSTOP)
+        try:
+            wait_until(lambda: processes.is_stopped(pid), "a daemon that stands still", limit)
+            yield
+        finally:
+            os.kill(pid, signal.SIGCONT)
 
     def wait_until_gone(self, limit: float = DEFAULT_LIMIT) -> None:
         wait_until(lambda: not self.processes(), "the end of the daemon", limit)

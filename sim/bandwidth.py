@@ -22,6 +22,7 @@ from sim.events import (
 RECORD = "/tmp/sim/tc_wrapper.record"
 FAULT = "/tmp/sim/tc_wrapper.fault"
 CACHE = "/tmp/.wl.bw_cache"
+STATUS = "/tmp/.wl.bw_hash.dmp"
 RECORD_SIZE = 45
 PAIR = ("bwdown", "bwup")
 
@@ -64,6 +65,11 @@ def fail(line: str) -> None:
     os.makedirs(os.path.dirname(FAULT), exist_ok=True)
     with open(FAULT, "w", encoding="ascii") as file:
         file.write(line + "\n")
+
+
+def fail_no_more() -> None:
+    with suppress(FileNotFoundError):
+        os.unlink(FAULT)
 
 
 def cache() -> list[bytes]:

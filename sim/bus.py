@@ -18,7 +18,8 @@ import time
 from typing import NamedTuple
 
 from sim.background import Drain
-from sim.events import INDICES, describe
+from sim.events import INDICES
+from sim.reports import describe
 
 DAEMON = "/wl_evt_handler"
 MESSAGE_SIZES = {

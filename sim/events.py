@@ -9,8 +9,6 @@ from __future__ import annotations
 import socket
 import struct
 
-from sim import ap_reports
-
 # Index of each event that has a name; the others of 0 to 107 have none.
 NAMES = {
     0: "VRE.auth.recv",
@@ -143,6 +141,10 @@ def mac_bytes(text: str) -> bytes:
     return bytes.fromhex(text.replace(":", ""))
 
 
+def mac_text(mac: bytes) -> str:
+    return mac.hex(":")
+
+
 def u16(value: int) -> bytes:
     return struct.pack(">H", value)
 
@@ -213,8 +215,6 @@ def describe(event: str, payload: bytes) -> str:
     """One line about an event, for people."""
     if event == "VRE.vlan.detector" and len(payload) == VLAN_RECORD.size:
         content = _describe_vlan_record(payload)
-    elif event == ap_reports.REPORT:
-        content = str(ap_reports.decode(payload))
     else:
         content = payload[:24].hex(" ") + (" ..." if len(payload) > 24 else "")
     return f"{event}, {len(payload)} bytes: {content}" if payload else f"{event}, no payload"

@@ -4,6 +4,16 @@ from __future__ import annotations
 
 import subprocess
 
+_CAP_NET_ADMIN = 12
+LACKING = "this process has no CAP_NET_ADMIN over its network, so it can make no interfaces"
+
+
+def permitted() -> bool:
+    """Whether this process has the right to make interfaces; see LACKING."""
+    with open("/proc/self/status", encoding="ascii") as status:
+        (capabilities,) = (line.split()[1] for line in status if line.startswith("CapEff:"))
+    return bool(int(capabilities, 16) >> _CAP_NET_ADMIN & 1)
+
 
 def ip(*words: str) -> bool:
     """Runs one command of ip. Result: whether it went well."""

@@ -37,3 +37,9 @@ def open_files(pid: int) -> list[str]:
     except (FileNotFoundError, ProcessLookupError):
         pass
     return found
+
+
+def is_stopped(pid: int) -> bool:
+    """Whether every thread of a process has been stopped by a signal."""
+    threads = os.listdir(f"/proc/{pid}/task")
+    return all(_read(pid, f"task/{thread}/stat").rpartition(")")[2].split()[:1] == ["T"] for thread in threads)

@@ -4,16 +4,17 @@ from __future__ import annotations
 
 import os
 import sys
-from collections.abc import Callable, Sequence
+from collections.abc import Callable, Iterable, Iterator, Sequence
 from typing import TypeVar
 
-from sim import reload
+from sim import ap_reports, reload, reports
 from sim.access_point import AccessPoint, LogRecord
 from sim.agent.agent import Agent
 from sim.agent.neighbour import Neighbour
 from sim.agent.packets import describe as describe_packet
 from sim.background import wait_until
-from sim.events import describe
+from sim.bus import Message
+from sim.clock import Clock
 from sim.wireless import Wireless
 
 T = TypeVar("T")
@@ -29,6 +30,8 @@ _COLOURS = {
     "agent": "34",
     "AP 2": "33",
     "log": "2",
+    "syslog": "2",
+    "clock": "36",
     "ok": "32",
     "FAILED": "1;31",
 }
@@ -37,6 +40,40 @@ _COLOURS = {
 def _worth_showing(record: LogRecord) -> bool:
     """Leaves out what is said at every turn while there is no synchronisation agent, and our own waiting."""
     return record.function != "init_synch_sock" and f"[{_SANITY_TEST}]" not in record.message
+
+
+def _description(name: str, message: Message) -> str | None:
+    """What to show of a message that a peer got. Every peer gets the reports and forwarded events: they are shown once,
+    and forwarded events not at all, which say what the event has said."""
+    is_report = message.event in (reports.REPORT, ap_reports.REPORT)
+    if message.event == reports.FORWARDED or (is_report and name != "/wl_evt_proxy"):
+        return None
+    receiver = "every peer" if is_report else name
+    return f"{receiver} gets {reports.describe(*message)}"
+
+
+def _folded(lines: Sequence[str]) -> Iterator[str]:
+    """Shows once what follows three times or more, also where it is some lines that do."""
+    at = 0
+    while at < len(lines):
+        for length in range(1, 9):
+            block = lines[at : at + length]
+            times = 1
+            while lines[at + times * length : at + (times + 1) * length] == block:
+                times += 1
+            if times > 2:
+                break
+        else:
+            block, times = lines[at : at + 1], 1
+        yield from block
+        if times > 1:
+            yield f"... {times - 1} more like " + ("it" if len(block) == 1 else f"these {len(block)}")
+        at += times * len(block)
+
+
+def show_all(label: str, texts: Iterable[str | None]) -> None:
+    for line in _folded([text for text in texts if text]):
+        show(label, line)
 
 
 def show(label: str, text: str) -> None:
@@ -51,9 +88,10 @@ def show(label: str, text: str) -> None:
 class Stage:
     """`daemon` is the command of the daemon alone; agent and neighbour are there once a scenario has started them."""
 
-    def __init__(self, access_point: AccessPoint, wireless: Wireless, daemon: Sequence[str]):
+    def __init__(self, access_point: AccessPoint, wireless: Wireless, clock: Clock, daemon: Sequence[str]):
         self.ap = access_point
         self.wireless = wireless
+        self.clock = clock
         self.daemon = daemon
         self.agent: Agent | None = None
         self.neighbour: Neighbour | None = None
@@ -128,19 +166,17 @@ class Stage:
         records = self.ap.log()
         if self._shown > len(records):  # the log was rotated out of reach
             self._shown = 0
-        for record in records[self._shown :]:
-            if _worth_showing(record):
-                show("log", f"{record.function}: {record.message}")
+        news = filter(_worth_showing, records[self._shown :])
+        show_all("log", [f"{record.function}: {record.message}" for record in news])
         self._shown = len(records)
         for name, peer in self.ap.peers.items():
-            for message in self._new_of(name, peer.messages):
-                show("bus", f"{name} gets {describe(*message)}")
+            show_all("bus", [_description(name, message) for message in self._new_of(name, peer.messages)])
         if self.agent is not None:
-            for packet in self._new_of("agent", self.agent.received):
-                show("agent", f"gets {describe_packet(packet)}")
+            packets = self._new_of("agent", self.agent.received)
+            show_all("agent", [f"gets {describe_packet(packet)}" for packet in packets])
         if self.neighbour is not None:
-            for line in self._new_of("neighbour", self.neighbour.lines):
-                show("AP 2", line.replace("; ", "\n"))
+            lines = self._new_of("neighbour", self.neighbour.lines)
+            show_all("AP 2", [line.replace("; ", "\n") for line in lines])
 
     def _new_of(self, name: str, things: Sequence[T]) -> Sequence[T]:
         """What has been added to a list since the last time; the list may grow meanwhile."""

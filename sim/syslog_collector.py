@@ -4,7 +4,9 @@ from __future__ import annotations
 
 import os
 import re
+import select
 import socket
+import time
 from typing import NamedTuple
 
 from sim.background import Drain
@@ -53,6 +55,8 @@ class SyslogCollector:
     @property
     def lines(self) -> list[SyslogLine]:
         """Everything logged so far, oldest first."""
+        while select.select([self._socket], [], [], 0)[0]:  # the thread that reads is late
+            time.sleep(0.001)
         return self._drain.items
 
     def close(self) -> None:

@@ -29,8 +29,8 @@ struct cl_debug_record_params {
     int subinfo_code;
 };
 
-/// Row of a label: the sum of its name's characters, taken as signed bytes, modulo the table's size. It may be negative,
-/// which is no row.
+/// Row of a label: the sum of its name's characters, taken as signed bytes, modulo the table's size. It may be
+/// negative, which is no row.
 int lang_hash_func(const void *name, const hashTable_t *table, const void *value);
 
 /// @return 0 when the stored label's name begins `name`: deliberately not only when it is the whole of it

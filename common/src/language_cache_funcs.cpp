@@ -91,7 +91,7 @@ int lang_hash_func(const void *name, const hashTable_t *table, const void *) {
     int sum = 0;
     for (const auto *at = static_cast<const signed char *>(name); *at != '\0'; at++)
         sum += *at;
-    return sum % table->length;  // deliberately signed: a name whose sum is negative has no row
+    return sum % table->length;  // deliberately signed: a name with a negative remainder has no row
 }
 
 int lang_compare_record(const void *name, const void *stored) {

@@ -32,6 +32,8 @@ constexpr int SUBINFO_OU_CLEAR = 47;
 constexpr int SUBINFO_8021X_2001 = 501;
 constexpr int SUBINFO_8021X_2004 = 502;
 
+constexpr size_t SHORT_PIECE = 64;  // characters: what fits is formatted only once
+
 constexpr int32_t NO_VLAN = -1;
 constexpr uint32_t LAST_VLAN = 4095;
 
@@ -323,19 +325,22 @@ void append(growing_text *line, std::string_view more) {
 }
 
 void append_format(growing_text *line, const char *format, ...) {
+    reserve(line, SHORT_PIECE);
+    const size_t room = line->failed ? 0 : line->capacity - line->length;
     va_list arguments;
     va_list again;
     va_start(arguments, format);
     va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, arguments);
-    if (length < 0)
+    const int formatted = std::vsnprintf(room != 0 ? line->text + line->length : nullptr, room, format, arguments);
+    const auto length = static_cast<size_t>(std::max(formatted, 0));
+    if (formatted < 0)
         line->failed = true;
-    else
-        reserve(line, static_cast<size_t>(length));
-    if (!line->failed) {
-        (void)std::vsnprintf(line->text + line->length, static_cast<size_t>(length) + 1, format, again);
-        line->length += static_cast<size_t>(length);
-    }
+    else if (length >= room)
+        reserve(line, length);
+    if (!line->failed && length >= room)
+        (void)std::vsnprintf(line->text + line->length, length + 1, format, again);
+    if (!line->failed)
+        line->length += length;
     va_end(again);
     va_end(arguments);
 }

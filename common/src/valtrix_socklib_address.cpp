@@ -63,8 +63,15 @@ char *socklib_mac_ntoa(const uint8_t *mac_addr, int mac_addr_len, char *str_mac_
         WL_LOG(3, "Buffer length [%d] is insufficient. Minimum is [%d].", str_mac_addr_len, MAC_TEXT_SIZE);
         return nullptr;
     }
-    (void)snprintf(str_mac_addr, MAC_TEXT_SIZE, "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X", mac_addr[0], mac_addr[1], mac_addr[2],
-                   mac_addr[3], mac_addr[4], mac_addr[5]);
+    // "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X" by hand: every event of a client has four addresses to write.
+    constexpr char DIGITS[] = "0123456789ABCDEF";
+    for (int i = 0; i < ETH_ALEN; i++) {
+        char *const at = str_mac_addr + 3 * i;
+        at[0] = DIGITS[mac_addr[i] >> 4];
+        at[1] = DIGITS[mac_addr[i] & 0x0F];
+        at[2] = ':';
+    }
+    str_mac_addr[MAC_TEXT_SIZE - 1] = '\0';
     return str_mac_addr;
 }
 

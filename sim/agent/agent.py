@@ -170,12 +170,19 @@ class Agent:
         try:
             for packet in self._daemon.read():
                 self.received.append(packet)
+                self._check(packet)
                 self._act(packet)
         except Malformed as fault:
             self.malformed.append(str(fault))
             self._forget_daemon()
         except (EOFError, OSError):
             self._forget_daemon()
+
+    def _check(self, packet: Packet) -> None:
+        try:
+            packets.check(packet)
+        except Malformed as fault:
+            self.malformed.append(str(fault))
 
     def _act(self, packet: Packet) -> None:
         if packet.type == packets.REGISTER:

@@ -7,18 +7,15 @@ import struct
 import time
 from types import TracebackType
 
-from sim.agent.packets import Packet, Stream
+from sim.agent.packets import Packet, Stream, check
 from sim.background import DEFAULT_LIMIT, wait_until
 
 ADDRESS = ("127.0.0.1", 12345)
 
 
-def listen(address: tuple[str, int] = ADDRESS, *, receive_buffer: int | None = None) -> socket.socket:
-    """A socket that daemons can connect to; with a small `receive_buffer` an agent that does not read is soon full."""
-    listener = socket.create_server(address)
-    if receive_buffer is not None:
-        listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
-    return listener
+def listen(address: tuple[str, int] = ADDRESS) -> socket.socket:
+    """A socket that daemons can connect to."""
+    return socket.create_server(address)
 
 
 def accept(listener: socket.socket, limit: float = DEFAULT_LIMIT) -> Connection:
@@ -78,11 +75,13 @@ class Connection:
         return list(self._stream.feed(data))
 
     def receive(self, limit: float = DEFAULT_LIMIT) -> Packet:
-        """Waits for the next packet. TimeoutError when none comes."""
+        """Waits for the daemon's next packet. TimeoutError when none comes, Malformed when it may not send such."""
         self.socket.settimeout(limit)
         while not self._received:
             self._received = self.read()
-        return self._received.pop(0)
+        packet = self._received.pop(0)
+        check(packet)
+        return packet
 
     def is_dropped(self, limit: float = DEFAULT_LIMIT) -> bool:
         """Waits until the other side has closed the connection, reading what still comes; false when it has not."""

@@ -171,7 +171,9 @@ def main() -> int:
         agent.link(Connection(stream))
         with AccessPoint(command, arguments=arguments, peers=()):
             _serve(agent)
-    return 0
+    for fault in agent.malformed:
+        print(f"from its daemon, malformed: {fault}", flush=True)
+    return 1 if agent.malformed else 0
 
 
 def _connect() -> socket.socket | None:

@@ -7,11 +7,10 @@ also well-formed.
 
 from __future__ import annotations
 
+import re
 import struct
 from collections.abc import Iterator
 from dataclasses import dataclass
-
-from sim.events import mac_bytes
 
 HEADER = struct.Struct(">BBBBBBH6s")
 LARGEST = 4395
@@ -46,6 +45,17 @@ ITEM_NAMES = {
     UNREGISTER: _REGISTRATION_ITEMS,
     CLIENT_INFO: {REQUEST_FLAG: "flag"},
     INTER_AP: {5: "client", 6: "attempts", 9: "flag", 10: "period"},
+}
+_TEXT = None
+_REGISTRATION_LAYOUT = ((10, _TEXT), (11, 4), (12, _TEXT))
+# What the daemon sends, but for clients' records: the items in their order, each with its length.
+_LAYOUTS: dict[tuple[int, int], tuple[tuple[int, int | None], ...]] = {
+    (CLIENT_INFO, 1): ((REQUEST_FLAG, 1),),
+    (INTER_AP, 2): ((5, 6), (6, 1)),
+    (INTER_AP, 3): ((9, 1), (10, 1)),
+    (VLAN_GATEWAY, 1): ((16, 27),),
+    (REGISTER, 0): _REGISTRATION_LAYOUT,
+    (UNREGISTER, 0): _REGISTRATION_LAYOUT,
 }
 PMK_RECORD, PORTAL_RECORD = 1, 2
 
@@ -207,13 +217,14 @@ class Login:
         return f"portal login of {self.mac} at {self.ip}: {self.lifetime} s left{who}"
 
 
+_LOGIN_MAC = re.compile(rb"[0-9A-F]{2}(:[0-9A-F]{2}){5}\0{3}")
 _LOGIN_ITEMS = (8, 7, 6, 16, 14, 15, 17, 18)
 
 
 def decode_login(data: bytes) -> Login:
     values = in_order(data, _LOGIN_ITEMS, always=4)
     mac = values[8].rstrip(b"\0").decode("ascii", errors="replace")
-    if len(values[8]) != 20 or mac_bytes(mac).hex(":").upper() != mac:
+    if not _LOGIN_MAC.fullmatch(values[8]):
         raise Malformed(f"client {values[8]!r}")
     if (14 in values) != (15 in values) or (17 in values) != (18 in values):
         raise Malformed("half a pair of items")
@@ -228,18 +239,73 @@ def decode_login(data: bytes) -> Login:
     )
 
 
-def decode_clients(payload: bytes) -> list[Pmk | Login]:
+@dataclass(frozen=True)
+class Hole:
+    """A key whose owner has no identity: its record is no more than kind and length. The next record follows these four
+    bytes at once, and as many zeros as the length says are at the end of the payload instead."""
+
+    length: int
+
+    def __str__(self) -> str:
+        return f"PMK without identity: {self.length} bytes left out"
+
+
+# The items that are always there, and an interval (6 bytes), limits (10), a VLAN (6) or VLAN 0 (9).
+_HOLES = {53 + interval + limits + vlan for interval in (0, 6) for limits in (0, 10) for vlan in (0, 6, 9)}
+
+
+def _is_hole(record: bytes) -> bool:
+    """Whether a record lacks its items: what follows is then another record's kind or the zeros, none of which can be
+    the type of a PMK record's first item."""
+    kind, length = struct.unpack_from(">HH", record)
+    return kind == PMK_RECORD and length in _HOLES and record[4:5] in (b"", b"\0")
+
+
+def decode_clients(payload: bytes) -> list[Pmk | Login | Hole]:
     """The records of a packet of clients."""
-    found: list[Pmk | Login] = []
-    while payload:
+    found: list[Pmk | Login | Hole] = []
+    left_out = 0
+    while any(payload):
         if len(payload) < 4:
             raise Malformed(f"a record is cut short: {payload.hex()}")
         kind, length = struct.unpack_from(">HH", payload)
+        if _is_hole(payload):
+            found.append(Hole(length))
+            left_out += length
+            payload = payload[4:]
+            continue
         data, payload = payload[4 : 4 + length], payload[4 + length :]
         if len(data) != length or kind not in (PMK_RECORD, PORTAL_RECORD):
             raise Malformed(f"a record of kind {kind} with {len(data)} of {length} bytes")
         found.append(decode_pmk(data) if kind == PMK_RECORD else decode_login(data))
+    if len(payload) != left_out:
+        raise Malformed(f"{len(payload)} bytes of zeros, where {left_out} have been left out")
     return found
+
+
+def check(packet: Packet) -> None:
+    """Malformed unless it is a packet that the daemon may send: of a known type, no larger than what another daemon
+    takes, with the payload of its type."""
+    kind = (packet.type, packet.subtype)
+    if len(packet.encode()) > LARGEST:
+        raise Malformed(f"{len(packet.encode())} bytes")
+    if kind == (CLIENT_INFO, 2):
+        decode_clients(packet.payload)
+    elif kind == (PORTAL_LOGIN, 1):
+        decode_login(packet.payload)
+    elif kind not in _LAYOUTS:
+        raise Malformed(f"type {packet.type}, subtype {packet.subtype}")
+    else:
+        _check_layout(packet, _LAYOUTS[kind])
+
+
+def _check_layout(packet: Packet, layout: tuple[tuple[int, int | None], ...]) -> None:
+    found = items(packet.payload)
+    lengths = [length for _, length in layout]
+    if [kind for kind, _ in found] != [kind for kind, _ in layout] or any(
+        wanted not in (_TEXT, len(value)) for wanted, (_, value) in zip(lengths, found)
+    ):
+        raise Malformed(f"items {found} of type {packet.type}, subtype {packet.subtype}")
 
 
 def _content(packet: Packet) -> str:

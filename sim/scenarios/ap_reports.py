@@ -6,6 +6,7 @@ from sim import ap_reports
 from sim.ap_reports import BAND_5_GHZ, CHANNEL_CHANGED, CHANNEL_SELECTED, PERIODIC, VAP, Report
 from sim.events import coded, u16
 from sim.profiles import mark_as_running, usable, write_profile
+from sim.scenarios.clients import let_pass
 from sim.stage import LIMIT, Stage
 
 VAP_DOWN = b"RADIO,1,Lobby (5 Ghz),DOWN"
@@ -16,6 +17,7 @@ def play(stage: Stage) -> None:
     channel(stage)
     throttled(stage)
     throttled_after_a_restart(stage)
+    reported_again(stage)
 
 
 def reports(stage: Stage) -> list[Report]:
@@ -78,3 +80,9 @@ def throttled_after_a_restart(stage: Stage) -> None:
     stage.ap.stop()
     stage.ap.start()
     vap(stage, False, "ath0 goes down, after a restart of the daemon")
+
+
+def reported_again(stage: Stage) -> None:
+    stage.scene("After a minute it may be told again")
+    let_pass(stage, 61)
+    vap(stage, False, "ath0 goes down once more", Report(VAP, VAP_DOWN))

@@ -60,8 +60,8 @@ def restart(stage: Stage) -> None:
     stage.ap.start()
     stage.expect(bandwidth.cache() == before, "the transaction log is as it was")
     stage.send("VRE.bw.getstatus", b"")
-    wait_until(lambda: os.path.exists("/tmp/.wl.bw_hash.dmp"), "the status", LIMIT)
-    stage.show_file("/tmp/.wl.bw_hash.dmp")
+    wait_until(lambda: os.path.exists(bandwidth.STATUS), "the status", LIMIT)
+    stage.show_file(bandwidth.STATUS)
     stage.expect(len(bandwidth.commands()) == 2, "no command is run again")
     stage.show_news()
 

@@ -52,7 +52,10 @@ def debug_level(stage: Stage) -> None:
 
 
 def steering(stage: Stage) -> None:
-    stage.scene("Smart steering: codes for the other access points are passed on, others are not")
+    stage.scene(
+        "Smart steering: codes for the other access points are passed on, others are not\n"
+        '   (where the log says "error in sending packet", no synch agent runs yet: it starts in a later scene)'
+    )
     stage.send("VRE.smart_steering", coded(7, bytes(24) + b"\1"), "code 7")
     stage.expect_log("Subinfo code 7 match , send steering packet")
     stage.send("VRE.smart_steering", coded(3, bytes(25)), "code 3")

@@ -58,13 +58,17 @@ def withdrawal(stage: Stage, agent: Agent) -> None:
 
 def client(stage: Stage, agent: Agent) -> None:
     stage.scene("A client with a key and a portal login is let in; the neighbours hear of the login")
+    let_in(stage, CLIENT)
+    stage.expect_soon(lambda: agent.of_type(packets.PORTAL_LOGIN), "the login is announced")
+
+
+def let_in(stage: Stage, mac: str) -> None:
     key = key_value(TEST_KEY, b"alice@example.com", expiration=int(time.monotonic()) + 3600, vlan=100)
-    stage.send("VRE.cl_info", client_info(KEY, ADD_KEY, key, CLIENT, PROFILE), "the authenticator has a key of it")
+    stage.send("VRE.cl_info", client_info(KEY, ADD_KEY, key, mac, PROFILE), "the authenticator has a key of it")
     now = int(time.time())
     login = login_value("10.1.2.3", "alice", expire=now + 1800, blackout=now + 3600)
-    stage.send("VRE.cl_info", client_info(LOGIN, ADD_LOGIN, login, CLIENT, PROFILE), "it has logged in at the portal")
-    stage.send("VRE.node_authorize", whereabouts(SSID), "it is let in")
-    stage.expect_soon(lambda: agent.of_type(packets.PORTAL_LOGIN), "the login is announced")
+    stage.send("VRE.cl_info", client_info(LOGIN, ADD_LOGIN, login, mac, PROFILE), "it has logged in at the portal")
+    stage.send("VRE.node_authorize", whereabouts(SSID, mac=mac), "it is let in")
 
 
 def second_access_point(stage: Stage, agent: Agent) -> None:

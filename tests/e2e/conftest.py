@@ -1,6 +1,7 @@
 """The end-to-end tests: the real daemon in the simulated access point, one sandbox for each test.
 
-The daemon's command is in WL_DAEMON, the library that makes its system calls fail in WL_FAULTS.
+The daemon's command is in WL_DAEMON; the libraries that are preloaded into it are in WL_FAULTS (system calls that fail),
+WL_SIM_DRIVER (the wireless driver) and WL_SIM_CLOCK (its clock).
 """
 
 from __future__ import annotations

@@ -1,13 +1,23 @@
 """Events over the real queue."""
 
-import os
-import signal
 import socket
 
 from sim import bus, processes
 from sim.access_point import AccessPoint
 from sim.background import wait_until
-from sim.events import SUBINFO_CODE, SUBINFO_VALUE, VAP_SSID, coded, header, item, u16, u32, vlan_information
+from sim.events import (
+    INFO_CODE,
+    SUBINFO_CODE,
+    SUBINFO_VALUE,
+    VAP_SSID,
+    coded,
+    header,
+    item,
+    u16,
+    u32,
+    vlan_information,
+)
+from sim.reports import FORWARDED
 
 
 def set_level(ap, level):
@@ -120,12 +130,10 @@ def test_bus_sync_and_reload_are_served_in_this_order(start):
         connection, _ = agent.accept()
         set_level(ap, 7)
         since = len(ap.log())
-        pid = ap.pid
-        os.kill(pid, signal.SIGSTOP)
-        connection.sendall(b"x")
-        ap.reload_without_reply("mq_fail_stats ")
-        ap.send_event("VRE.bw.events", coded(1, u16(1)))
-        os.kill(pid, signal.SIGCONT)
+        with ap.held():
+            connection.sendall(b"x")
+            ap.reload_without_reply("mq_fail_stats ")
+            ap.send_event("VRE.bw.events", coded(1, u16(1)))
         wanted = {
             "g_enable_simulator [1]": "bus",
             "packet from synch agent": "synch",
@@ -156,3 +164,37 @@ def test_a_gone_bus_is_registered_again_but_not_served(with_faults):
             assert ap.reload("APPL_SANITY_TEST ") == b"SUCCESS\0"
             assert queue.waiting == waiting + 1
         assert sum(r.message == "wl event handler disconnected" for r in ap.log()) == 1
+
+
+def send_for_record_of(ap, size):
+    """Sends an event whose forwarded record has so many bytes: a head of 52, the item of its sub-code, that of its value."""
+    value = bytes(size - 52 - 8 - 4)
+    ap.send_event("VRE.portal", header() + item(INFO_CODE, u32(8)) + item(SUBINFO_VALUE, value))
+    ap.settle()
+
+
+def test_a_forwarded_record_reaches_the_queues_whose_messages_are_long_enough(start):
+    ap = start(peers=("/wl_evt_proxy",))  # whose messages have 2056 bytes, 20 of them for the event's name
+    set_level(ap, 3)
+    overwrite = "CRASH_DEBUG[423]: Memory overwrite detected."
+    with bus.Queue("/splashd", create=True, message_size=4096) as wide:
+        for size, refused, marked in ((2036, 0, 0), (2037, 1, 0), (2048, 2, 0), (2049, 3, 1)):
+            send_for_record_of(ap, size)
+            event, record = bus.decode(wide.receive())
+            assert (event, len(record)) == (FORWARDED, size)
+            assert counters(ap) == [0, refused]
+            assert sum(entry.message == overwrite for entry in ap.log()) == marked
+    bus.unlink("/splashd")
+    assert [len(record) for record in ap.wait_for_published(FORWARDED)] == [2036]
+
+
+def test_a_forwarded_record_that_no_queue_takes_is_lost_and_counted(start):
+    ap = start()  # the sensor's messages have 2048 bytes
+    send_for_record_of(ap, 2028)
+    assert counters(ap) == [0, 0]
+    for refused in (2, 4):
+        send_for_record_of(ap, 2060)
+        assert counters(ap) == [0, refused]
+    send_for_record_of(ap, 2028)
+    assert [len(record) for record in ap.wait_for_published(FORWARDED, count=2)] == [2028] * 2
+    assert len(ap.wait_for_published(FORWARDED, "/sensord", count=2)) == 2

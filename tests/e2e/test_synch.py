@@ -1,11 +1,11 @@
 """Synchronisation with the neighbours: what the daemon tells its agent, byte by byte, and how it answers."""
 
 import os
-import struct
 import time
 from contextlib import closing
 
 import pytest
+from synch_bytes import ADD, DELETE, SEND_REQUEST, registration, request, update, wire
 
 from sim import links
 from sim.agent import neighbour, packets
@@ -30,11 +30,9 @@ from sim.profiles import remove_profile, shared, write_daemon_configuration, wri
 
 ALICE = "02:00:00:00:00:0a"
 ASKER = bytes.fromhex("020000000a02")
-EVERYBODY = bytes.fromhex("ffffffffffff")
 TEST_KEY = bytes(range(0xA0, 0xC0))
 KEY_LIFETIME = 3600
 LOBBY = 7
-ADD, DELETE, SEND_REQUEST = 1, 2, 3
 
 
 def configure(*profiles):
@@ -73,11 +71,6 @@ def add_key(ap, mac, identity=b"alice", *, sub_code=ADD_KEY, key=TEST_KEY, **mor
     tell(ap, mac, KEY, sub_code, key_value(key, identity, **{"expiration": expiration, "interim": 0, **more}))
 
 
-def update(ap, flags, profile_id=LOBBY):
-    ap.send_event("VRE.ssid_profile_update", struct.pack(">IB", profile_id, flags))
-    ap.settle()
-
-
 def answers(ap, agent, ssid="Lobby"):
     """The daemon's answers to one request; a type that it does not know marks their end in its log."""
     agent.received.clear()
@@ -96,16 +89,6 @@ def barrier(ap, agent):
     agent.wait_for(packets.INTER_AP, 3, count=count + 1)
 
 
-def wire(kind, subtype, path, appid, payload, mac=EVERYBODY):
-    """A packet by hand."""
-    return bytes([1, kind, path, 0, subtype, len(appid)]) + u16(len(payload)) + mac + appid + payload
-
-
-def registration(kind, ssid, interface):
-    name = bytes([10, len(interface)]) + interface
-    return wire(kind, 0, 0, ssid, name + b"\x0b\x04\x00\x00\x04\x08" + b"\x0c\x0ewl_evt_handler")
-
-
 def sent(agent):
     return [packet.encode() for packet in agent.received]
 
@@ -117,7 +100,7 @@ def test_an_ssid_is_registered_and_the_neighbours_are_asked_for_its_clients(star
     configure(shared(LOBBY, "Lobby"))
     start()
     agent.wait_for(packets.CLIENT_INFO)
-    assert sent(agent) == [registration(32, b"Lobby", b"lo"), wire(10, 1, 2, b"Lobby", b"\x1e\x01\x01")]
+    assert sent(agent) == [registration(32, b"Lobby"), request(b"Lobby", 1)]
 
 
 @pytest.mark.parametrize("path", [0, 1, 3])
@@ -139,7 +122,7 @@ def test_a_refused_registration_is_tried_again_until_it_is_accepted(start, agent
         ap.settle()
     agent.wait_for(packets.CLIENT_INFO)
     barrier(ap, agent)
-    assert sent(agent)[:5] == [registration(32, b"Lobby", b"lo")] * 4 + [wire(10, 1, 2, b"Lobby", b"\x1e\x01\x01")]
+    assert sent(agent)[:5] == [registration(32, b"Lobby")] * 4 + [request(b"Lobby", 1)]
     assert len(agent.of_type(packets.REGISTER)) == 4, "no further try"
     assert agent.connections == 1
     messages = [record.message for record in ap.log() if record.function == "process_synch_packet"]
@@ -184,7 +167,8 @@ def test_an_answer_registers_every_profile_of_the_ssid(start, agent):
 def test_a_mesh_profile_is_not_registered(start, agent):
     configure(shared(LOBBY, "Lobby", MESH_ENABLED=1))
     ap = start()
-    update(ap, SEND_REQUEST)
+    update(ap, SEND_REQUEST, LOBBY)
+    ap.settle()
     barrier(ap, agent)
     assert [packet.type for packet in agent.received] == [packets.INTER_AP]
 
@@ -198,8 +182,9 @@ def test_a_mesh_profile_is_not_registered(start, agent):
     ],
 )
 def test_a_remote_bridge_registers_its_communication_vlan(start, agent, keys, interface):
-    if not (links.add_pair("br0.12", "far12") and links.set_up("br0.12") and links.set_up("far12")):
-        pytest.skip("the kernel makes no interfaces here")
+    if not links.permitted():
+        pytest.skip(links.LACKING)
+    assert links.add_pair("br0.12", "far12") and links.set_up("br0.12") and links.set_up("far12")
     write_discovery("communication_vlan = 12\n")
     configure(shared(LOBBY, "Lobby", **keys))
     start()
@@ -215,8 +200,9 @@ def write_discovery(text):
 
 
 def test_an_interface_that_is_down_is_tried_until_it_is_up(start, agent):
-    if not (links.add_pair("uplink", "far") and links.set_up("far")):
-        pytest.skip("the kernel makes no interfaces here")
+    if not links.permitted():
+        pytest.skip(links.LACKING)
+    assert links.add_pair("uplink", "far") and links.set_up("far")
     configure(shared(LOBBY, "Lobby", ExternalDevice="uplink"))
     ap = start()
     complaint = "Interface [uplink] is not UP/Running, not sending register request, try again."
@@ -237,14 +223,16 @@ def test_an_interface_that_is_down_is_tried_until_it_is_up(start, agent):
 def test_a_profile_added_later_is_registered_and_a_deleted_one_withdrawn(start, agent):
     ap = start()
     write_profile(LOBBY, shared(LOBBY, "Lobby"))
-    update(ap, ADD)
+    update(ap, ADD, LOBBY)
+    ap.settle()
     agent.wait_for(packets.CLIENT_INFO)
-    update(ap, DELETE)
+    update(ap, DELETE, LOBBY)
+    ap.settle()
     agent.wait_for(packets.UNREGISTER)
     assert sent(agent) == [
-        registration(32, b"Lobby", b"lo"),
-        wire(10, 1, 2, b"Lobby", b"\x1e\x01\x01"),
-        registration(35, b"Lobby", b"lo"),
+        registration(32, b"Lobby"),
+        request(b"Lobby", 1),
+        registration(35, b"Lobby"),
     ]
     agent.ask_for_clients("Lobby")
     barrier(ap, agent)
@@ -257,16 +245,18 @@ def test_a_profile_added_later_is_registered_and_a_deleted_one_withdrawn(start, 
 
 def test_the_neighbours_are_asked_on_demand(start, agent):
     ap = start_registered(start, agent)
-    update(ap, SEND_REQUEST)
+    update(ap, SEND_REQUEST, LOBBY)
+    ap.settle()
     agent.wait_for(packets.CLIENT_INFO)
-    assert sent(agent) == [wire(10, 1, 2, b"Lobby", b"\x1e\x01\x01")]
+    assert sent(agent) == [request(b"Lobby", 1)]
 
 
 def test_a_request_on_demand_waits_for_the_registration(start, agent):
     configure(shared(LOBBY, "Lobby"))
     agent.answers.append(IGNORE)
     ap = start()
-    update(ap, SEND_REQUEST)
+    update(ap, SEND_REQUEST, LOBBY)
+    ap.settle()
     barrier(ap, agent)
     assert agent.of_type(packets.CLIENT_INFO) == []
     for _ in range(2):
@@ -283,7 +273,8 @@ def test_a_request_on_demand_waits_for_the_registration_with_a_new_agent(start, 
     for _ in range(2):  # one turn to notice, one to connect
         ap.settle()
     agent.wait_for(packets.REGISTER)
-    update(ap, SEND_REQUEST)
+    update(ap, SEND_REQUEST, LOBBY)
+    ap.settle()
     barrier(ap, agent)
     assert agent.of_type(packets.CLIENT_INFO) == []
     agent.send(Packet(packets.REGISTERED, appid=b"Lobby"))
@@ -299,7 +290,7 @@ def test_changed_neighbours_are_asked_for_the_clients_of_every_ssid(start, agent
     agent.report_neighbours_changed()
     agent.wait_for(packets.CLIENT_INFO, count=2)
     barrier(ap, agent)
-    requests = {wire(10, 1, 2, ssid, b"\x1e\x01\x00") for ssid in (b"Lobby", b"Hall")}
+    requests = {request(ssid, 0) for ssid in (b"Lobby", b"Hall")}
     assert {packet.encode() for packet in agent.of_type(packets.CLIENT_INFO)} == requests
 
 
@@ -315,10 +306,10 @@ def pmk_record(lifetime, identity, *more, mac=ALICE, key=TEST_KEY, eap_type=25):
 
 
 def lifetime(answer):
-    """The first key's lifetime, which depends on the moment; it is at 60 of a record."""
-    payload = answer.payload
+    """The lifetime of the payload's first record, a key; it depends on the moment. Before it there are the record's
+    kind and length, the client, the key, and the lifetime's own type and length."""
     at = 4 + 8 + 34 + 2
-    return int.from_bytes(payload[at : at + 4], "big")
+    return int.from_bytes(answer.payload[at : at + 4], "big")
 
 
 def test_an_active_client_s_key_is_the_answer_to_a_request(start, agent):
@@ -405,12 +396,49 @@ def test_a_request_for_another_ssid_is_not_answered(start, agent):
         assert answers(ap, agent, ssid) == []
 
 
-def test_a_key_without_identity_leaves_a_hole_in_the_payload(start, agent):
+@pytest.mark.parametrize(
+    "more, length",
+    [
+        ({}, 53),
+        ({"vlan": 100}, 59),
+        ({"vlan": 0}, 62),
+        ({"limits": (1, 2)}, 63),
+        ({"vlan": 0, "limits": (1, 2), "interim": 3}, 78),
+    ],
+)
+def test_a_key_without_identity_leaves_a_hole_in_the_payload(start, agent, more, length):
     ap = start_registered(start, agent)
-    add_key(ap, ALICE, b"")
+    add_key(ap, ALICE, b"", **more)
     let_in(ap, ALICE)
     (answer,) = answers(ap, agent)
-    assert answer.payload == b"\x00\x01\x00\x35" + bytes(53)
+    assert answer.payload == b"\x00\x01" + u16(length) + bytes(length)
+    assert packets.decode_clients(answer.payload) == [packets.Hole(length)]
+
+
+def test_the_next_record_follows_a_hole_at_once(start, agent):
+    ap = start_registered(start, agent)
+    add_key(ap, ALICE, b"")
+    add_login(ap)
+    let_in(ap, ALICE)
+    (answer,) = answers(ap, agent)
+    login = login_items(b"10.1.2.3", login_left(answer.payload[8:]), 500)
+    assert answer.payload == b"\x00\x01\x00\x35" + b"\x00\x02" + u16(len(login)) + login + bytes(53)
+    assert [type(record).__name__ for record in packets.decode_clients(answer.payload)] == ["Hole", "Login"]
+
+
+def test_the_next_client_s_record_follows_a_hole_at_once(start, agent):
+    ap = start_registered(start, agent)
+    nameless = [f"02:00:00:00:02:{number:02x}" for number in range(5)]
+    named = [f"02:00:00:00:03:{number:02x}" for number in range(5)]
+    for mac in nameless + named:
+        add_key(ap, mac, b"" if mac in nameless else mac.encode())
+        let_in(ap, mac)
+    (answer,) = answers(ap, agent)
+    assert len(answer.payload) == 5 * 57 + 5 * (57 + 17), "what is left out counts"
+    records = packets.decode_clients(answer.payload)
+    keys = [record for record in records if isinstance(record, packets.Pmk)]
+    assert sorted((key.mac, key.identity) for key in keys) == [(mac, mac.encode()) for mac in named]
+    assert [record for record in records if record not in keys] == [packets.Hole(53)] * 5
 
 
 def test_a_hundred_clients_are_sent_fifteen_in_a_packet(start, agent):
@@ -525,24 +553,46 @@ def test_a_client_s_key_comes_before_its_login(start, agent):
 # Two access points
 
 
-def test_a_client_s_key_and_login_arrive_at_a_second_access_point(start, agent, daemon):
+def share_alice(start, agent):
     ap = start_registered(start, agent, AP_IS_PORTAL_CONFIGURED=1)
     add_key(ap, ALICE)
     add_login(ap)
     let_in(ap, ALICE)
-    with closing(neighbour.next_to(agent, "Lobby", daemon)[0]) as other:
+    return ap
 
-        def arrived():
-            return [line for line in other.lines if line.startswith("from AP 1: clients")]
 
-        (line,) = wait_until(arrived, "the client")
-        assert f"PMK of {ALICE}: {TEST_KEY[:4].hex()}... of 32 bytes, identity \"alice\", " in line
-        assert f"portal login of {ALICE} at 10.1.2.3: " in line
-        other.change_neighbours()
-        wait_until(lambda: len(arrived()) == 2, "the client once more")
-        let_in(ap, ALICE)
-        announced = "from AP 1: portal login"
-        wait_until(lambda: any(line.startswith(announced) for line in other.lines), "an announced login")
+def expect_alice(ap, other):
+    """She arrives at the neighbour when it asks, when its neighbours change, and when she is let in."""
+
+    def arrived():
+        return [line for line in other.lines if line.startswith("from AP 1: clients")]
+
+    (line,) = wait_until(arrived, "the client")
+    assert f"PMK of {ALICE}: {TEST_KEY[:4].hex()}... of 32 bytes, identity \"alice\", " in line
+    assert f"portal login of {ALICE} at 10.1.2.3: " in line
+    other.change_neighbours()
+    wait_until(lambda: len(arrived()) == 2, "the client once more")
+    let_in(ap, ALICE)
+    announced = "from AP 1: portal login"
+    wait_until(lambda: any(line.startswith(announced) for line in other.lines), "an announced login")
+
+
+def test_a_client_s_key_and_login_arrive_at_a_second_access_point(start, agent, daemon):
+    if os.environ["WL_IN_SANDBOX"] == "in-place":
+        pytest.skip("there is no second access point where the first one runs in place")
+    if not links.permitted():
+        pytest.skip(links.LACKING)
+    ap = share_alice(start, agent)
+    with closing(neighbour.SecondAccessPoint(agent, "Lobby", daemon)) as other:
+        expect_alice(ap, other)
+        registered = [line for line in other.lines if line.startswith("from its daemon: registration")]
+        assert len(registered) == 1, "there is a daemon"
+
+
+def test_a_client_s_key_and_login_arrive_at_the_far_end_of_a_link(start, agent):
+    ap = share_alice(start, agent)
+    with closing(neighbour.FarEnd(agent, "Lobby")) as other:
+        expect_alice(ap, other)
 
 
 # What else goes to the neighbours

@@ -1,18 +1,18 @@
 """An agent that cuts its words, falls silent, talks without end, or goes away at any moment."""
 
-import os
 import random
-import signal
 import socket
 import struct
 import threading
-from contextlib import closing
+from contextlib import closing, suppress
 
 import pytest
+from synch_bytes import ADD, DELETE, registration, request, told, update
 
+from sim import links
 from sim.agent import packets
 from sim.agent.agent import Agent
-from sim.agent.connection import accept, listen
+from sim.agent.connection import Connection, accept, listen
 from sim.agent.packets import Packet
 from sim.background import wait_until
 from sim.clients import ADD_KEY, KEY, client_info, key_value, whereabouts
@@ -23,6 +23,8 @@ LOBBY = 7
 TEST_KEY = bytes(range(0xA0, 0xC0))
 ALICE = "02:00:00:00:00:0a"
 ACCEPTED = Packet(packets.REGISTERED, appid=b"Lobby")
+REFUSED = Packet(packets.REFUSED, appid=b"Lobby")
+LOBBY_REGISTRATION = registration(32, b"Lobby")
 BY_HAND = [packets.REGISTER, packets.CLIENT_INFO]
 
 
@@ -35,11 +37,13 @@ def listener():
 
 @pytest.fixture
 def lobby(start):
-    """Starts a daemon that shares the clients of "Lobby"."""
+    """Starts a daemon that shares the clients of "Lobby" and of the profiles given."""
 
-    def start_it():
-        write_profile(LOBBY, shared(LOBBY, "Lobby"))
-        write_daemon_configuration({LOBBY: "Lobby"})
+    def start_it(*more, **keys):
+        profiles = (shared(LOBBY, "Lobby", **keys), *more)
+        for profile in profiles:
+            write_profile(profile["SSID_PROFILE_ID"], profile)
+        write_daemon_configuration({profile["SSID_PROFILE_ID"]: profile["WL_PROFILE_SSID"] for profile in profiles})
         return start()
 
     return start_it
@@ -120,6 +124,24 @@ def test_packets_in_pieces_of_any_size_count_once(lobby, listener):
     assert [len(received(ap, 40 + n)) for n in range(100)] == [1] * 100
 
 
+@pytest.mark.parametrize("held", [1, 7, 13, 14, 16, 21], ids=lambda held: f"{held} of 22 bytes")
+def test_an_agent_that_stalls_within_a_packet_keeps_nothing_from_being_served(lobby, listener, held):
+    ap = lobby()
+    connection = accept_registration(listener)
+    add_clients(ap)
+    assert told(ap, connection) == [request(b"Lobby", 1)]
+    whole = packets.request("Lobby").encode()
+    connection.send(whole[:held])
+    for _ in range(3):
+        assert told(ap, connection) == [], "the bus is served, and the agent told what comes from there"
+        assert ap.reload("APPL_SANITY_TEST ") == b"SUCCESS\0"
+    connection.send(whole[held:])
+    (answer,) = told(ap, connection)
+    (record,) = packets.decode_clients(packets.decode(answer).payload)
+    assert record.pmk == TEST_KEY
+    connection.close()
+
+
 def test_an_agent_that_leaves_off_anywhere_in_a_packet_is_registered_with_anew(lobby, listener):
     ap = lobby()
     whole = Packet(packets.REGISTERED, appid=b"Lobby", payload=b"\1\2\3\4").encode()
@@ -140,11 +162,9 @@ def test_a_piece_is_forgotten_when_sending_finds_the_agent_gone(lobby, listener)
     assert connection.receive().type == packets.CLIENT_INFO
     connection.send(ACCEPTED.encode()[:16])
     wait_until(lambda: connection.unread() == 0, "the piece to be read")
-    pid = ap.pid
-    os.kill(pid, signal.SIGSTOP)
-    reset(connection)
-    ap.send_event("VRE.inter_ap_synch", bytes(2))  # which is served before the agent's connection
-    os.kill(pid, signal.SIGCONT)
+    with ap.held():
+        reset(connection)
+        ap.send_event("VRE.inter_ap_synch", bytes(2))  # which is served before the agent's connection
     ap.wait_for_log("error in sending packet to sunch agent. send() failed [")
     ends(listener, None)
     assert len(received(ap, 33)) == 2
@@ -175,81 +195,191 @@ def port():
         yield port
 
 
-def registration_received(connection):
-    assert connection.receive().type == packets.REGISTER
+def connected(ap, connection):
+    pass
 
 
-def accepted(connection):
-    registration_received(connection)
+def registration_received(ap, connection):
+    assert told(ap, connection) == [LOBBY_REGISTRATION]
+
+
+def accepted(ap, connection):
+    registration_received(ap, connection)
     connection.send(ACCEPTED)
 
 
-def refused(connection):
-    registration_received(connection)
-    connection.send(Packet(packets.REFUSED, appid=b"Lobby"))
+def refused(ap, connection):
+    registration_received(ap, connection)
+    connection.send(REFUSED)
 
 
-def asked(connection):
-    accepted(connection)
+def refused_and_tried_again(ap, connection):
+    for _ in range(3):
+        refused(ap, connection)  # and with that registered once
+    registration_received(ap, connection)
+
+
+def asked(ap, connection):
+    accepted(ap, connection)
     connection.send(Packet(packets.NEIGHBOURS_CHANGED))
-    assert connection.receive().type == packets.CLIENT_INFO
+    assert told(ap, connection) == [request(b"Lobby", 0)]
 
 
-def while_asking(connection):
-    asked(connection)
+def while_asking(ap, connection):
+    asked(ap, connection)
     connection.send(packets.request("Lobby").encode()[:16])
 
 
-def while_answered(connection):
-    asked(connection)
+def while_answered(ap, connection):
+    asked(ap, connection)
     for _ in range(50):
         connection.send(packets.request("Lobby"))
 
 
-def after_an_answer(connection):
-    asked(connection)
+def after_an_answer(ap, connection):
+    asked(ap, connection)
     connection.send(packets.request("Lobby"))
-    assert packets.decode_clients(connection.receive().payload)
+    answers = [packets.decode(answer) for answer in told(ap, connection)]
+    assert [len(packets.decode_clients(answer.payload)) for answer in answers] == [16, 16, 8]
 
 
-@pytest.mark.parametrize("leave", [lambda connection: connection.close(), reset], ids=["closed", "reset"])
+CLOSED_OR_RESET = pytest.mark.parametrize("leave", [Connection.close, reset], ids=["closed", "reset"])
+
+
+@CLOSED_OR_RESET
 @pytest.mark.parametrize(
     "until",
     [
-        lambda connection: None,
+        connected,
         registration_received,
         accepted,
         refused,
+        refused_and_tried_again,
         asked,
         while_asking,
         while_answered,
         after_an_answer,
     ],
-    ids=[
-        "connected",
-        "registration received",
-        "accepted",
-        "refused",
-        "asked for its clients",
-        "while asking",
-        "while answered",
-        "after an answer",
-    ],
 )
 def test_an_agent_restarted_in_any_state_is_registered_with_anew(lobby, port, until, leave):
     ap = lobby()
     connection = accept_registration(port.listener)
-    assert connection.receive().type == packets.CLIENT_INFO
     add_clients(ap, 40)
+    assert told(ap, connection) == [request(b"Lobby", 1)]
     for _ in range(3):
         connection.close()
         port.restart(ap)
         connection = accept(port.listener)
-        until(connection)
+        until(ap, connection)
         leave(connection)
     port.restart(ap)
-    ends(port.listener, None)
+    connection = accept(port.listener)
+    after_an_answer(ap, connection)
+    assert told(ap, connection) == []
     assert served(ap)
+    connection.close()
+
+
+@CLOSED_OR_RESET
+def test_an_agent_restarted_when_some_ssids_are_accepted_is_told_each_of_them_once(lobby, port, leave):
+    ap = lobby(shared(8, "Hall"), shared(9, "Yard"))
+    all_of_them = sorted(registration(32, ssid) for ssid in (b"Lobby", b"Hall", b"Yard"))
+    connection = accept(port.listener)
+    assert sorted(told(ap, connection)) == all_of_them
+    connection.send(ACCEPTED)
+    assert told(ap, connection) == [request(b"Lobby", 1)]
+    for _ in range(3):
+        connection.send(Packet(packets.REFUSED, appid=b"Hall"))
+        assert told(ap, connection) == [registration(32, b"Hall")]
+        connection.send(Packet(packets.REFUSED, appid=b"Hall"))
+        leave(connection)
+        port.restart(ap)
+        connection = accept(port.listener)
+        assert sorted(told(ap, connection)) == all_of_them
+        connection.send(ACCEPTED)
+        assert told(ap, connection) == [], "its clients have been asked for"
+    for ssid in (b"Hall", b"Yard"):
+        connection.send(Packet(packets.REGISTERED, appid=ssid))
+        assert told(ap, connection) == [request(ssid, 1)]
+    connection.close()
+
+
+@CLOSED_OR_RESET
+def test_an_agent_restarted_while_the_interface_is_down_is_told_the_ssid_when_it_is_up(lobby, port, leave):
+    if not links.permitted():
+        pytest.skip(links.LACKING)
+    assert links.add_pair("uplink", "far") and links.set_up("far")
+    ap = lobby(ExternalDevice="uplink")
+    over_uplink = [registration(32, b"Lobby", b"uplink")]
+    connection = accept(port.listener)
+
+    def restart():
+        leave(connection)
+        port.restart(ap)
+        return accept(port.listener)
+
+    for _ in range(3):
+        assert told(ap, connection) == []
+        connection = restart()
+    for _ in range(2):
+        assert told(ap, connection) == []
+        assert links.set_up("uplink")
+        assert wait_until(lambda: told(ap, connection), "a registration") == over_uplink
+        connection.send(REFUSED)
+        assert told(ap, connection) == over_uplink
+        assert links.set_down("uplink")
+        connection.send(REFUSED)
+        assert told(ap, connection) == [], "refused, and not to be tried yet"
+        connection = restart()
+    update(ap, DELETE, LOBBY)
+    assert told(ap, connection) == [registration(35, b"Lobby", b"uplink")]
+    assert links.set_up("uplink")
+    connection = restart()
+    assert told(ap, connection) == [], "a profile that is gone is not tried again"
+    links.remove("uplink")
+    connection.close()
+
+
+@CLOSED_OR_RESET
+def test_an_agent_restarted_after_an_ssid_is_withdrawn_is_not_told_it(lobby, port, leave):
+    ap = lobby(shared(8, "Hall"))
+    connection = accept(port.listener)
+    both = sorted((LOBBY_REGISTRATION, registration(32, b"Hall")))
+    assert sorted(told(ap, connection)) == both
+    connection.send(ACCEPTED)
+    assert told(ap, connection) == [request(b"Lobby", 1)]
+    update(ap, DELETE, LOBBY)
+    assert told(ap, connection) == [registration(35, b"Lobby")]
+    for _ in range(2):
+        leave(connection)
+        port.restart(ap)
+        connection = accept(port.listener)
+        assert told(ap, connection) == [registration(32, b"Hall")]
+        connection.send(ACCEPTED)  # late, and of nothing that is there
+        assert told(ap, connection) == []
+    update(ap, ADD, LOBBY)
+    assert told(ap, connection) == [LOBBY_REGISTRATION]
+    leave(connection)
+    port.restart(ap)
+    connection = accept(port.listener)
+    assert sorted(told(ap, connection)) == both
+    connection.close()
+
+
+@CLOSED_OR_RESET
+def test_an_agent_that_leaves_while_an_ssid_is_withdrawn_is_not_told_it_again(lobby, port, leave):
+    ap = lobby(shared(8, "Hall"))
+    connection = accept(port.listener)
+    assert len(told(ap, connection)) == 2
+    with ap.held():
+        leave(connection)
+        update(ap, DELETE, LOBBY)  # which is served before the agent's connection
+    if leave is reset:
+        ap.wait_for_log("error in sending packet to sunch agent. send() failed [")
+    port.restart(ap)
+    connection = accept(port.listener)
+    assert told(ap, connection) == [registration(32, b"Hall")]
+    connection.close()
 
 
 def test_an_agent_restarted_before_it_accepts_is_registered_with_anew(lobby, port):
@@ -288,26 +418,33 @@ def test_an_agent_that_comes_later_is_told_all_ssids(start):
 # An agent that does not read, and one that does not stop
 
 
-def test_an_agent_that_does_not_read_is_dropped_and_the_bus_is_served(lobby):
-    with listen(receive_buffer=4096) as listener:
-        ap = lobby()
-        connection = accept_registration(listener)
-        add_clients(ap, 300)
-        failed = "error in sending packet to sunch agent. send() failed ["
+def test_an_agent_that_does_not_read_is_dropped_and_the_bus_is_served(lobby, agent):
+    ap = lobby()
+    agent.wait_for(packets.CLIENT_INFO)
+    add_clients(ap, 300)
+    agent.read_nothing()
+    failed = "error in sending packet to sunch agent. send() failed ["
 
-        def dropped():
-            try:
-                connection.send(packets.request("Lobby"))
-            except ConnectionError:
-                pass
-            assert served(ap)
-            return any(r.message.startswith(failed) for r in ap.log())
+    def dropped():
+        with suppress(OSError):  # the daemon may be gone before the last of them
+            for _ in range(20):
+                agent.ask_for_clients("Lobby")
+        assert served(ap)
+        return [r.message for r in ap.log() if r.message.startswith(failed)]
 
-        wait_until(dropped, "a packet that cannot be sent")
-        reasons = {r.message for r in ap.log() if r.message.startswith(failed)}
-        assert failed + "Resource temporarily unavailable]" in reasons
-        ends(listener, None)
-        connection.close()
+    reason, *_ = wait_until(dropped, "a packet that cannot be sent")
+    assert reason == failed + "Resource temporarily unavailable]"
+    agent.read_again()
+    agent.wait_for(packets.REGISTER, count=2)
+    agent.ask_for_clients("Lobby")
+    wait_until(lambda: len(clients_of_the_last_connection(agent)) == 300, "all clients over the new connection")
+
+
+def clients_of_the_last_connection(agent):
+    """The clients that the daemon has sent since it last registered, whatever the number of requests."""
+    since = max(n for n, packet in enumerate(agent.received) if packet.type == packets.REGISTER)
+    answers = [p for p in agent.received[since:] if (p.type, p.subtype) == (packets.CLIENT_INFO, 2)]
+    return {record.mac for answer in answers for record in packets.decode_clients(answer.payload)}
 
 
 def test_a_flood_from_the_agent_does_not_keep_the_bus_from_being_served(lobby, listener):

@@ -1,6 +1,6 @@
 // The stream of a synch agent, read by the daemon while it comes in pieces, breaks off and comes again. The input is a
-// sequence of steps. A reader of its own says after each what the daemon must hold, and which packets it must have acted
-// on; the packets also reach the profiles.
+// sequence of steps. A reader of its own says after each what the daemon must hold, which packets it must have acted
+// on, what they must have made of the profile, and whether the daemon has found the connection broken when it answered.
 #include <algorithm>
 #include <cerrno>
 #include <sys/socket.h>
@@ -23,7 +23,7 @@ namespace {
 using bytes = std::vector<uint8_t>;
 
 constexpr size_t LONGEST = 4395;
-constexpr char CONFIGURATION[] = "PROFILE 3 net\n";
+constexpr char CONFIGURATION[] = "PROFILE 2 net\n";  // a number whose file says that the profile uses the agent
 
 enum step : uint8_t {
     FRAGMENT,  // a byte with its length, its bytes; then the daemon reads
@@ -55,6 +55,7 @@ struct input {
     }
 };
 
+ssid_profile_info *profile;
 int daemon_end;
 int agent_end;
 bool closed;      // by the agent
@@ -79,6 +80,8 @@ void connect() {
     closed = false;
     in_flight.clear();
     held.clear();
+    check_and_register_ssids(1);
+    require(g_synch_sock == daemon_end && profile->nack == 0 && g_synch_nack_count == 0);
 }
 
 /// What the daemon sends is not of interest, but it must not fill the socket.
@@ -138,6 +141,29 @@ bool is_for_profiles(const bytes &packet) {
     return packet[1] == 10 || packet[1] == 33 || packet[1] == 34;
 }
 
+bool is_for_the_profile(const bytes &packet) {
+    return packet[5] == 3 && std::memcmp(&packet[14], "net", 3) == 0;
+}
+
+/// Whether the daemon sends something for a packet: a request, or the one client of the profile.
+bool is_answered(const bytes &packet) {
+    switch (packet[1]) {
+    case 10:
+        return is_for_the_profile(packet) && packet[4] == 1;
+    case 33:
+        return is_for_the_profile(packet) && profile->send_cl_info_req != 0;
+    default:
+        return packet[1] == 36;
+    }
+}
+
+void check_profile(const bytes &packet) {
+    if (!is_for_the_profile(packet))
+        return;
+    require(packet[1] != 33 || (profile->synch_registered == 1 && profile->send_cl_info_req == 0));
+    require(packet[1] != 34 || (profile->nack == 1 && g_synch_nack_count == 1));
+}
+
 bool is_held(const bytes &all) {
     return synch_tcp_pkt_info.recvd_len == static_cast<int>(all.size()) &&
            std::equal(all.begin(), all.end(), synch_tcp_pkt_info.buffer);
@@ -149,6 +175,7 @@ void read_once() {
     const int reads = reads_to_fault;
     const outcome expected = expected_outcome();
     reads_to_fault = reads;
+    const bool answered = expected == COMPLETE && is_answered(held);
     receive_synch_data();
     reads_to_fault = 0;
     const bool dropped = g_synch_sock == -1;
@@ -159,9 +186,10 @@ void read_once() {
     case BROKEN:
         require(dropped && is_held({}) && processed.empty());
         break;
-    case COMPLETE:  // acting on it may have found the connection broken
-        require(is_held({}) && (!dropped || closed));
+    case COMPLETE:
+        require(is_held({}) && dropped == (answered && closed));
         require(processed == (is_for_profiles(held) ? held : bytes()));
+        check_profile(held);
         held.clear();
     }
 }
@@ -192,7 +220,7 @@ void do_step(input &from) {
     }
     case BREAK:
         break_synch_connection();
-        return require(g_synch_sock == -1 && is_held({}));
+        return require(g_synch_sock == -1 && is_held({}) && profile->synch_registered == 0);
     case PACKET: {
         bytes packet = {1, from.byte(), 2, 0, from.byte(), from.byte(), 0, from.byte(), 1, 2, 3, 4, 5, 6};
         const bytes rest = from.take(size_t{packet[5]} + packet[7]);
@@ -202,12 +230,30 @@ void do_step(input &from) {
     }
 }
 
+/// An active client with a key: a request for the clients is answered.
+void add_client() {
+    const uint8_t mac[6] = {2, 0, 0, 0, 0, 1};
+    wl_client_info *const client = get_new_wl_client_info(mac, profile);
+    client->is_active = 1;
+    client->hapd_cl_info = get_new_hapd_cl_info();
+    client->hapd_cl_info->pmk_fullauth = get_new_dot1x_pmk_cl_data();
+    client->hapd_cl_info->pmk_fullauth->expiration = UINT32_MAX;
+    require(hash_table_add(&profile->cl_info_hash, client->mac_addr, client) == 0);
+}
+
 void load_profile() {
     g_synch_sock = -1;
+    g_synch_nack_count = 0;
     wl_init_cl_cache_info();
     input_bytes = reinterpret_cast<const uint8_t *>(CONFIGURATION);
     input_size = sizeof CONFIGURATION - 1;
+    interfaces_are_up = false;
     read_wl_conf(INPUT_PATH);
+    const uint32_t id = 2;
+    profile = static_cast<ssid_profile_info *>(hash_table_lookup(ssid_profile_list, &id));
+    require(profile != nullptr && profile->iapc_path == IAPC_PATH_SYNCH_AGENT && profile->nack == 1);
+    interfaces_are_up = true;
+    add_client();
 }
 
 }  // namespace

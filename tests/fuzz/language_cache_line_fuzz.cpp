@@ -1,5 +1,5 @@
-// The line of an event of any content for a sentence of any bytes. The input: info code and subinfo code (2 bytes each),
-// verbosity, the event's MAC, BSSID and SSID, a byte for the sentence's length, the sentence, and the value.
+// The line of an event of any content for a sentence of any bytes. The input: info code and subinfo code (2 bytes
+// each), verbosity, the event's MAC, BSSID and SSID, a byte for the sentence's length, the sentence, and the value.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>

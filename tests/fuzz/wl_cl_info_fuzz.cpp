@@ -1,6 +1,6 @@
-// The events of the client cache one after the other, and dumps between them. The input is a sequence of actions: a byte
-// that says which, and what that one needs. Raw payloads are a byte with their length and their bytes; composed ones are
-// made of a byte with the client, the profile and the VAP.
+// The events of the client cache one after the other, and dumps between them. The input is a sequence of actions: a
+// byte that says which, and what that one needs. Raw payloads are a byte with their length and their bytes; composed
+// ones are made of a byte with the client, the profile and the VAP.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,8 +14,8 @@
 
 extern "C" FILE *__real_fopen(const char *path, const char *mode);
 
-/// Dumps, which are opened close-on-exec, are formatted and dropped; a file without a name cannot be opened. The fuzzer's
-/// own files are what they are.
+/// Dumps, which are opened close-on-exec, are formatted and dropped; a file without a name cannot be opened. The
+/// fuzzer's own files are what they are.
 extern "C" FILE *__wrap_fopen(const char *path, const char *mode) {
     if (std::strcmp(mode, "we") != 0)
         return __real_fopen(path, mode);

@@ -1,5 +1,5 @@
-// Packets of the synch agent, one after the other, for a daemon that has profiles and clients. The input is a sequence of
-// a byte with the state before the step, two bytes with a length, and as many bytes: a packet, or a new client.
+// Packets of the synch agent, one after the other, for a daemon that has profiles and clients. The input is a sequence
+// of a byte with the state before the step, two bytes with a length, and as many bytes: a packet, or a new client.
 #include <algorithm>
 #include <memory>
 #include <sys/socket.h>
@@ -8,6 +8,7 @@
 #include "common_synch.h"
 #include "payload.h"
 #include "profile_files.h"
+#include "synch_packets.h"
 #include "wl_server.h"
 #include "wl_synch.h"
 
@@ -115,13 +116,10 @@ void set_state(uint8_t state) {
     }
 }
 
-/// Every packet that has been sent is as long as its header says.
 void read_packets() {
     uint8_t packet[8192];
-    for (ssize_t size; (size = recv(agent, packet, sizeof packet, MSG_DONTWAIT)) > 0;) {
-        require(size >= ssize_t{SYNCH_HEADER_SIZE} && packet[0] == 1 && packet[3] == 0);
-        require(size == ssize_t{SYNCH_HEADER_SIZE} + packet[5] + packet[6] * 256 + packet[7]);
-    }
+    for (ssize_t size; (size = recv(agent, packet, sizeof packet, MSG_DONTWAIT)) > 0;)
+        check_sent({packet, static_cast<size_t>(size)});
 }
 
 /// Profiles that are to be registered again are counted, and none is registered without a connection.
@@ -139,7 +137,7 @@ void step(uint8_t state, uint8_t *bytes, size_t length) {
     if ((state & ADD_CLIENT) != 0)
         add_client(read_payload<client_description>(bytes, static_cast<int64_t>(length)));
     else
-        handle_synch_packet(bytes, static_cast<int>(length));
+        (void)handle_synch_packet(bytes, static_cast<int>(length));
     if ((state & RETRY) != 0 && g_synch_nack_count != 0)
         check_and_register_ssids(0);
     if ((state & AGENT_READS) != 0)

@@ -1,5 +1,5 @@
-// Receiving from the synch agent: how a packet is put together from a stream, what is made of it, and where the connection
-// is dropped.
+// Receiving from the synch agent: how a packet is put together from a stream, what is made of it, and where the
+// connection is dropped.
 #include "common_synch_fixture.h"
 
 #include <cerrno>
@@ -388,6 +388,24 @@ TEST_F(SynchReceive, APacketThatDoesNotFitDropsTheConnection) {
     receive_synch_data();
     EXPECT_EQ(log.lines(), broken("Expected payload len[4382][4396] for app msg type[10] will not fit in total pkt "
                                   "buffer limit 4395"));
+    expect_dropped();
+}
+
+TEST_F(SynchReceive, APacketThatDoesNotFitDropsTheConnectionWithTheLastPieceOfItsHeader) {
+    const bytes whole = header(10, 2, 0, 4382);
+    log_capture log(3);
+    for (size_t i = 0; i < 13; i++) {
+        deliver({whole[i]});
+        receive_synch_data();
+        EXPECT_EQ(synch_tcp_pkt_info.recvd_len, static_cast<int>(i) + 1);
+    }
+    expect_connected();
+    EXPECT_TRUE(log.lines().empty());
+    deliver({whole[13]});
+    receive_synch_data();  // no byte of the body is there yet
+    EXPECT_EQ(log.lines(), broken("Expected payload len[4382][4396] for app msg type[10] will not fit in total pkt "
+                                  "buffer limit 4395"));
+    EXPECT_TRUE(packets.empty());
     expect_dropped();
 }
 

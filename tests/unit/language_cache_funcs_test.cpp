@@ -81,6 +81,17 @@ TEST_F(Hash, TakesBytesAbove127AsNegative) {
     EXPECT_EQ(row("A\xFF"), 64);
 }
 
+TEST_F(Hash, OfANegativeSumThatTheRowsDivideIsTheFirstRow) {
+    EXPECT_EQ(row("\x80\xF7"), 0);
+    EXPECT_EQ(row("\x80\x80\xEE"), 0);
+}
+
+TEST_F(Hash, OfANameWithUpToFourDigitsMoreIsAnother) {
+    for (int more = 0; more <= 9999; more++)
+        EXPECT_NE(row("N_1" + std::to_string(more)), row("N_1")) << more;
+    EXPECT_EQ(row("N_116999"), row("N_1")) << "five digits, of sum 274, are too many";
+}
+
 TEST_F(Hash, DoesNotDependOnTheValue) {
     label_cache_t label{};
     EXPECT_EQ(lang_hash_func("AB", labels.table, &label), 131);
@@ -297,6 +308,13 @@ TEST(PopCache, LogsAndDropsANameWithoutARow) {
     EXPECT_EQ(log.lines(), lines{"pop_lang_cache_from_file: Error [-1] in adding label <0> in the label cache"});
     EXPECT_EQ(labels.size(), 1);
     EXPECT_EQ(labels.value("\xFF"), "<none>");
+}
+
+TEST(PopCache, KeepsALabelOfANegativeSumThatTheRowsDivide) {
+    catalogue labels;
+    EXPECT_EQ(labels.load("\x80\xF7=1\n\x80\x80\xEE=2\n"), 0);  // -137 and -274: row 0
+    EXPECT_EQ(labels.value("\x80\xF7"), "1");
+    EXPECT_EQ(labels.value("\x80\x80\xEE"), "2");
 }
 
 TEST(PopCache, LogsAndDropsALabelWithoutMemoryForIt) {

@@ -151,9 +151,28 @@ TEST_F(ShippedCatalogue, TellsASupportEngineerWhatHappened) {
     const std::string frame("\0\x24\xC4", 3);
     EXPECT_EQ(line_of(labels, {2, 0, frame}), "Authentication requested on channel 36, signal -60 dBm");
     EXPECT_EQ(line_of(labels, {5, 17}), "Association refused: the access point is full (status 17)");
-    EXPECT_EQ(line_of(labels, {14, 5, "10.0.0.1"}), "DHCP: server 10.0.0.1 confirms the address");
+    EXPECT_EQ(line_of(labels, {14, 5, "10.0.0.1"}), "DHCP: the address is confirmed by the server 10.0.0.1");
+    EXPECT_EQ(line_of(labels, {21, 1, std::string("\0\0\0\x0C", 4)}), "DNS: the server has answered");
     EXPECT_EQ(line_of(labels, {25, 2, std::string("\x0A\0\0\x05\x0A\0\0\x63", 8)}),
               "Address 10.0.0.5 was given by 10.0.0.99, which is not the network's DHCP server");
+}
+
+TEST_F(ShippedCatalogue, NamesNoServerThatTheEventDoesNotName) {
+    EXPECT_EQ(line_of(labels, {14, 2}), "DHCP: an address is offered by the server ");
+    EXPECT_EQ(line_of(labels, {14, 5}), "DHCP: the address is confirmed by the server ");
+    EXPECT_EQ(line_of(labels, {14, 6}), "DHCP: the address is refused by the server ");
+    EXPECT_EQ(line_of(labels, {21, 3}), "DNS: no answer from the server ");
+    EXPECT_EQ(line_of(labels, {21, 4}),
+              "DNS: the client's VLAN was not seen on the wire, and no answer came from the server ");
+}
+
+TEST_F(ShippedCatalogue, TellsReasonsAndStatusesAsTheDaemonNumbersThem) {
+    EXPECT_EQ(line_of(labels, {5, 23}), "Association refused: the data rates do not fit (status 23)");
+    const std::string left = "Client deauthenticated itself: ";
+    EXPECT_EQ(line_of(labels, {11, 10}), left + "the security element (RSN) is required (reason 10)");
+    EXPECT_EQ(line_of(labels, {11, 11}), left + "the security element (RSN) is inconsistent (reason 11)");
+    EXPECT_EQ(line_of(labels, {11, 12}), left + "invalid information element (reason 12)");
+    EXPECT_EQ(line_of(labels, {11, 13}), left + "integrity check failed (reason 13)");
 }
 
 }  // namespace

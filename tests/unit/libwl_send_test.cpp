@@ -10,6 +10,7 @@
 #include <mqueue.h>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -347,6 +348,36 @@ TEST_F(LibwlSend, ARemovedQueueIsNoDelivery) {
     mq_unlink("/sensord");
     EXPECT_EQ(wl_send_evt(VRE_NODE_LEAVE, "2", 1), -1);
     EXPECT_EQ(new_send_failures(), 0);
+}
+
+TEST_F(LibwlSend, LooksForAbsentQueuesAgainOnlyWhenAQueueWasMadeOrRemoved) {
+    if (access("/dev/mqueue", R_OK) != 0)
+        GTEST_SKIP() << "the kernel does not show its queues here";
+    const peer sensor("/sensord");
+    record_opens = true;
+    for (int i = 0; i < 5000 && (i == 0 || !opened.empty()); i++) {  // changes are stamped with whole seconds
+        opened.clear();
+        usleep(1000);
+        ASSERT_EQ(wl_send_evt(VRE_NODE_LEAVE, "x", 1), 1);
+        ASSERT_EQ(sensor.receive(), node_leave("x"));
+    }
+    EXPECT_TRUE(opened.empty());
+    const peer hostapd("/hostapd");
+    EXPECT_EQ(wl_send_evt(VRE_NODE_LEAVE, "y", 1), 2);
+    EXPECT_EQ(hostapd.receive(), node_leave("y"));
+    mq_unlink("/sensord");
+    EXPECT_EQ(wl_send_evt(VRE_NODE_LEAVE, "z", 1), 1);
+    EXPECT_EQ(hostapd.receive(), node_leave("z"));
+}
+
+TEST_F(LibwlSend, TheOwnQueueIsFoundWhenItGetsAHandlerAfterwards) {
+    const peer sensor("/sensord");
+    sleep(2);  // until the directory of queues has a stamp of its own
+    EXPECT_EQ(wl_send_evt(VRE_NODE_LEAVE, "x", 1), 1);
+    EXPECT_EQ(wl_send_evt(VRE_NODE_LEAVE, "x", 1), 1);
+    ASSERT_EQ(wl_register_handler(VRE_NODE_LEAVE, ignore), 0);
+    EXPECT_EQ(wl_send_evt(VRE_NODE_LEAVE, "x", 1), 2);
+    EXPECT_EQ(messages_in_own_queue(), 1);
 }
 
 TEST_F(LibwlSend, WhatSeveralThreadsSendArrivesOrIsCounted) {

@@ -1,5 +1,5 @@
-// The records of the client cache, when they go, and who is here. The announcement of a login and the driver's roles are
-// watched through the linker.
+// The records of the client cache, when they go, and who is here. The announcement of a login and the driver's roles
+// are watched through the linker.
 #include "wl_cl_info_fixture.h"
 #include "wl_client_role.h"
 #include "wl_synch.h"

@@ -366,12 +366,13 @@ TEST_F(ClientFailure, TheAlertHoldsNothingElse) {
     EXPECT_EQ(std::memcmp(&info.bw, zeros, sizeof info.bw), 0);
 }
 
-TEST_F(ClientFailure, TheAlertOfAClientWithoutSsidEndsWithTheComma) {
+TEST_F(ClientFailure, TheAlertOfAClientWithoutSsidSaysSo) {
     const own_record rec = own_attempt();
     drop_ssid(rec.get());
     check(rec, 5, 17);
     ASSERT_EQ(alerts.size(), 1u);
-    EXPECT_EQ(alerts[0].value, "SSID,ALERT,");
+    EXPECT_EQ(alerts[0].info.subinfo_value_len, 17);
+    EXPECT_EQ(alerts[0].value, "SSID,ALERT,(null)");
 }
 
 TEST_F(ClientFailure, TheAlertTakesTheLongestSsid) {

@@ -43,6 +43,66 @@ uint64_t now_usec() {
     return world.clock_usec;
 }
 
+/// Every field of a record but the client, by name.
+std::vector<std::pair<std::string, uint64_t>> fields_of(const cl_conn_evt_rec &rec) {
+    std::vector<std::pair<std::string, uint64_t>> all;
+#define FIELD(name) all.emplace_back(#name, rec.name)
+    FIELD(gmt);
+    FIELD(timestamp);
+    FIELD(auth_timestamp);
+    FIELD(num_evt);
+    FIELD(ipaddr_evt_id);
+    FIELD(rcvd_err_evt);
+    for (const cl_evt &event : rec.cl_evt) {
+        all.emplace_back("tdiff_msec", event.tdiff_msec);
+        all.emplace_back("info_code", event.info_code);
+        all.emplace_back("subinfo_code", event.subinfo_code);
+        all.emplace_back("subinfo_value", reinterpret_cast<uintptr_t>(event.subinfo_value));
+        all.emplace_back("subinfo_value_len", event.subinfo_value_len);
+    }
+    for (int i = 0; i < CL_MAX_FAILURES; i++) {
+        FIELD(failure_code[i]);
+        FIELD(subinfo_code[i]);
+    }
+    FIELD(is_rec_sent_to_server);
+    FIELD(channel);
+    FIELD(state);
+    FIELD(ignore_assoc_fail);
+    FIELD(dhcp_state);
+    FIELD(is_ipv4_rcvd);
+    FIELD(is_ipv6_rcvd);
+    FIELD(is_link_local_ip_rcvd);
+    FIELD(is_dot1x);
+    FIELD(is_portal_enabled);
+    FIELD(is_node_authorised);
+    FIELD(roaming_failure_occured);
+    FIELD(dhcp_timestamp);
+    FIELD(aaa_timestamp);
+    FIELD(dns_timestamp);
+    FIELD(dhcp_latency);
+    FIELD(aaa_latency);
+    FIELD(dns_latency);
+    FIELD(prev_evt_info_code);
+    FIELD(prev_evt_subinfo_code);
+    FIELD(is_client_disconnected);
+    FIELD(cli_jrny.assoc_ts);
+    FIELD(cli_jrny.auth_ts);
+    FIELD(cli_jrny.network_ts);
+    FIELD(dhcp_server_ip);
+    FIELD(dns_server_ip);
+    FIELD(invalid_ip_addr);
+    FIELD(rogue_dhcp_server_ip);
+    for (size_t i = 0; i < sizeof rec.conflict_mac; i++)
+        FIELD(conflict_mac[i]);
+    FIELD(vlan);
+    FIELD(is_tunnel_enabled);
+    FIELD(ipv4_addr);
+    FIELD(aaa_server_ip);
+    FIELD(is_nat_enabled);
+#undef FIELD
+    return all;
+}
+
 class ClientRecord : public TrackingFixture {
 protected:
     ClientRecord() {
@@ -97,30 +157,15 @@ TEST_F(ClientRecord, IsNewWithTheClientItsNetworkAndTheTime) {
 }
 
 TEST_F(ClientRecord, IsNewWithEverythingElseZero) {
+    test_time = 1234567890;
     cl_conn_evt_rec *const rec = created();
+    test_time = 0;
     cl_conn_evt_rec expected{};
-    expected.cl_info = rec->cl_info;
-    expected.gmt = rec->gmt;
+    expected.gmt = 1234567890;
     expected.timestamp = expected.auth_timestamp = now();
     expected.prev_evt_info_code = 0xFFFFFFFF;
     expected.prev_evt_subinfo_code = 0xFFFF;
-    for (int i = 0; i < CL_MAX_FAILURES; i++) {
-        EXPECT_EQ(rec->failure_code[i], 0);
-        EXPECT_EQ(rec->subinfo_code[i], 0);
-    }
-    EXPECT_EQ(rec->num_evt, 0);
-    EXPECT_EQ(rec->ipaddr_evt_id, 0);
-    EXPECT_EQ(rec->rcvd_err_evt, 0u);
-    EXPECT_EQ(rec->state, CL_CREATED);
-    EXPECT_EQ(rec->channel, 0);
-    EXPECT_EQ(rec->vlan, 0);
-    EXPECT_EQ(rec->is_client_disconnected, 0);
-    EXPECT_EQ(rec->is_rec_sent_to_server, 0);
-    EXPECT_EQ(rec->cl_evt[0].subinfo_value, nullptr);
-    EXPECT_EQ(rec->cl_evt[31].subinfo_value, nullptr);
-    EXPECT_EQ(std::memcmp(&rec->cli_jrny, &expected.cli_jrny, sizeof expected.cli_jrny), 0);
-    EXPECT_EQ(rec->dhcp_timestamp | rec->aaa_timestamp | rec->dns_timestamp, 0u);
-    EXPECT_EQ(rec->dhcp_latency | rec->aaa_latency | rec->dns_latency, 0u);
+    EXPECT_EQ(fields_of(*rec), fields_of(expected));
     clrec_free(rec);
 }
 
@@ -265,33 +310,62 @@ TEST_F(ClientRecord, HasAnEmptySsidWithoutMemoryForIt) {
     clrec_free(rec);
 }
 
-TEST_F(ClientRecord, AResetKeepsTheClientAndTheChannel) {
-    cl_conn_evt_rec *const rec = created({.value = byte_string{0, 40}});
-    const auto client = rec->cl_info;
-    rec->state = CL_ASSOC_ANSWERED;
-    rec->ignore_assoc_fail = rec->dhcp_state = rec->is_ipv4_rcvd = rec->is_ipv6_rcvd = 1;
-    rec->is_link_local_ip_rcvd = rec->is_node_authorised = rec->roaming_failure_occured = 1;
-    rec->dhcp_timestamp = rec->aaa_timestamp = rec->dns_timestamp = 5;
-    rec->dhcp_latency = rec->aaa_latency = rec->dns_latency = 6;
-    rec->cli_jrny = {1, 2, 3};
-    rec->dhcp_server_ip = rec->dns_server_ip = rec->invalid_ip_addr = rec->rogue_dhcp_server_ip = 7;
-    rec->ipv4_addr = rec->aaa_server_ip = 8;
-    rec->conflict_mac[5] = 9;
-    rec->is_rec_sent_to_server = rec->is_client_disconnected = 1;
-    reset_clrec(rec);
-    EXPECT_EQ(std::memcmp(&client, &rec->cl_info, sizeof client), 0);
-    EXPECT_EQ(rec->channel, 40);
-    EXPECT_EQ(rec->state, 0);
-    EXPECT_EQ(rec->ignore_assoc_fail | rec->dhcp_state | rec->is_ipv4_rcvd | rec->is_ipv6_rcvd, 0);
-    EXPECT_EQ(rec->is_link_local_ip_rcvd | rec->is_node_authorised | rec->roaming_failure_occured, 0);
-    EXPECT_EQ(rec->dhcp_timestamp | rec->aaa_timestamp | rec->dns_timestamp, 0u);
-    EXPECT_EQ(rec->dhcp_latency | rec->aaa_latency | rec->dns_latency, 0u);
-    EXPECT_EQ(rec->cli_jrny.assoc_ts | rec->cli_jrny.auth_ts | rec->cli_jrny.network_ts, 0u);
-    EXPECT_EQ(rec->dhcp_server_ip | rec->dns_server_ip | rec->invalid_ip_addr | rec->rogue_dhcp_server_ip, 0u);
-    EXPECT_EQ(rec->ipv4_addr | rec->aaa_server_ip, 0u);
-    EXPECT_EQ(rec->conflict_mac[5], 0);
-    EXPECT_EQ(rec->is_rec_sent_to_server | rec->is_client_disconnected, 0);
-    clrec_free(rec);
+/// A record of every configuration flag, with events and a failure, that has seen everything.
+cl_conn_evt_rec &fill(cl_conn_evt_rec &rec) {
+    rec.is_portal_enabled = 1;  // the VAP has set the other flags
+    rec.failure_code[1] = 14;
+    rec.subinfo_code[1] = 4;
+    rec.rcvd_err_evt = 0x150003;
+    rec.ipaddr_evt_id = 2;
+    rec.state = CL_ASSOC_ANSWERED;
+    rec.ignore_assoc_fail = rec.dhcp_state = rec.is_ipv4_rcvd = rec.is_ipv6_rcvd = 1;
+    rec.is_link_local_ip_rcvd = rec.is_node_authorised = rec.roaming_failure_occured = 1;
+    rec.dhcp_timestamp = rec.aaa_timestamp = rec.dns_timestamp = 5;
+    rec.dhcp_latency = rec.aaa_latency = rec.dns_latency = 6;
+    rec.cli_jrny = {1, 2, 3};
+    rec.dhcp_server_ip = rec.dns_server_ip = rec.invalid_ip_addr = rec.rogue_dhcp_server_ip = 7;
+    rec.ipv4_addr = rec.aaa_server_ip = 8;
+    std::memset(rec.conflict_mac, 9, sizeof rec.conflict_mac);
+    rec.is_rec_sent_to_server = rec.is_client_disconnected = 1;
+    return rec;
+}
+
+TEST_F(ClientRecord, WithoutItsSsidTheAttemptTakesNoEventsButARequestBeginsAnew) {
+    fail_nth_call("malloc", 3);  // 1 forwards, 2 is the record
+    cl_conn_evt_rec &rec = begin();
+    EXPECT_EQ(faults_fired("malloc"), 1);
+    EXPECT_EQ(rec.cl_info.ssid, nullptr);
+    deliver({.info = 16});
+    EXPECT_EQ(rec.num_evt, 1) << "the event is of another SSID";
+    EXPECT_EQ(rec.is_node_authorised, 0);
+    deliver({.info = 4});
+    EXPECT_EQ(attempts(), 1);
+    EXPECT_STREQ(in_progress()->cl_info.ssid, "Lobby");
+    EXPECT_EQ(in_progress()->num_evt, 1);
+    EXPECT_EQ(accounts::now().clrec, 1);
+}
+
+TEST_F(ClientRecord, AResetKeepsTheClientTheConfigurationAndTheEvents) {
+    cl_conn_evt_rec &rec = begin({.value = byte_string{0, 40}, .vap = "ath2"});
+    deliver({.info = 16, .sub = 7, .value = byte_string{1, 2, 3}, .vap = "ath2"});
+    fill(rec);
+    const auto client = rec.cl_info;
+    cl_conn_evt_rec expected{};
+    expected.gmt = rec.gmt;
+    expected.num_evt = 2;
+    expected.ipaddr_evt_id = 2;
+    expected.rcvd_err_evt = 0x150003;
+    std::memcpy(expected.cl_evt, rec.cl_evt, sizeof expected.cl_evt);
+    expected.failure_code[1] = 14;
+    expected.subinfo_code[1] = 4;
+    expected.channel = 40;
+    expected.prev_evt_info_code = 16;
+    expected.prev_evt_subinfo_code = 7;
+    expected.is_dot1x = expected.is_portal_enabled = expected.is_tunnel_enabled = expected.is_nat_enabled = 1;
+    expected.vlan = 2748;
+    reset_clrec(&rec);
+    EXPECT_EQ(std::memcmp(&client, &rec.cl_info, sizeof client), 0);
+    EXPECT_EQ(fields_of(rec), fields_of(expected));
 }
 
 TEST_F(ClientRecord, AnEntryOfTheDetailedLogTakes24Bytes) {
@@ -421,6 +495,52 @@ TEST_F(ClientRecord, A33rdEventMayCompleteTheAttempt) {
     deliver({.info = 8, .sub = 0});
     EXPECT_EQ(in_progress(), nullptr);
     EXPECT_EQ(reports().size(), 1u);
+}
+
+/// Begins an attempt and fills its record to the last event.
+cl_conn_evt_rec &filled_up(cl_conn_evt_rec &rec, void (*deliver)(const client_event &)) {
+    for (uint16_t i = 1; i < 32; i++)
+        deliver({.info = 6, .sub = i});
+    return rec;
+}
+
+TEST_F(ClientRecord, A33rdEventMayCompleteTheAttemptByDns) {
+    cl_conn_evt_rec &rec = filled_up(begin(), deliver);
+    rec.dns_timestamp = 1;
+    deliver({.info = 21, .sub = 1, .value = byte_string{0, 0, 0, 25}});
+    EXPECT_EQ(in_progress(), nullptr);
+    ASSERT_EQ(reports().size(), 1u);
+    EXPECT_EQ(reports()[0][14], 1) << "a success";
+    EXPECT_EQ(accounts::now(), accounts());
+}
+
+TEST_F(ClientRecord, A33rdEventMayBringAFailure) {
+    cl_conn_evt_rec &rec = filled_up(begin(), deliver);
+    deliver({.info = 15, .sub = 12});
+    EXPECT_EQ(in_progress(), &rec);
+    EXPECT_EQ(rec.num_evt, 32);
+    EXPECT_EQ(rec.failure_code[0], FAILURE_RADIUS_AUTH);
+    EXPECT_EQ(rec.rcvd_err_evt, 15u * 65536 + 12);
+    ASSERT_EQ(reports().size(), 1u);
+    EXPECT_EQ(reports()[0][14], 0) << "a failure";
+}
+
+// What add_evt says of the record
+
+TEST_F(ClientRecord, IsAliveUntilAnEventCompletesTheAttempt) {
+    const client_event answer = {.info = 21, .sub = 1, .value = byte_string{0, 0, 0, 25}};
+    for (const client_event &last : {client_event{.info = 8}, answer}) {
+        cl_conn_evt_rec &rec = begin();
+        rec.dns_timestamp = 1;
+        for (const client_event &event : {client_event{.info = 16}, {.info = 15, .sub = 12}, {.info = 8, .sub = 1}}) {
+            const decoded_event decoded(event);
+            EXPECT_TRUE(add_evt(&rec, &decoded.info)) << event.info;
+        }
+        EXPECT_EQ(in_progress(), &rec);
+        const decoded_event decoded(last);
+        EXPECT_FALSE(add_evt(&rec, &decoded.info)) << last.info;
+        EXPECT_EQ(in_progress(), nullptr);
+    }
 }
 
 // The clock of the stage
@@ -663,6 +783,16 @@ TEST_F(ClientRecord, TheAnswerOfDhcpTakesTheTimeAndTheServer) {
     EXPECT_EQ(rec.dhcp_state, 5);
 }
 
+TEST_F(ClientRecord, AnAnswerOfDhcpWithoutAValueNamesNoServer) {
+    cl_conn_evt_rec &rec = begin();
+    rec.dhcp_server_ip = 6;
+    deliver({.info = 14, .sub = 3});
+    advance(40);
+    deliver({.info = 14, .sub = 5});
+    EXPECT_EQ(rec.dhcp_latency, 40u);
+    EXPECT_EQ(rec.dhcp_server_ip, 0u);
+}
+
 TEST_F(ClientRecord, DhcpIsTimedAcrossTheWrapAndWithoutASign) {
     set_clock((uint64_t{391} << 32) - 100);
     cl_conn_evt_rec &rec = begin();
@@ -719,11 +849,60 @@ TEST_F(ClientRecord, AnAnswerOfDnsBringsItsLatencyAndTheServer) {
 }
 
 TEST_F(ClientRecord, AnAnswerOfDnsWithoutAValueIsAnError) {
-    cl_conn_evt_rec &rec = begin();
-    rec.dns_latency = 5;
-    EXPECT_EQ(log_of({.info = 21, .sub = 1}, 3), lines{"CL_CONN:dns latency is empty"});
-    EXPECT_EQ(rec.dns_latency, 5u);
-    EXPECT_EQ(log_of({.info = 21, .sub = 1}, 2), lines());
+    for (const std::optional<byte_string> &value : {std::optional<byte_string>(), {byte_string()}}) {
+        cl_conn_evt_rec &rec = begin();
+        rec.dns_latency = 5;
+        rec.dns_server_ip = 6;
+        EXPECT_EQ(log_of({.info = 21, .sub = 1, .value = value}, 3), lines{"CL_CONN:dns latency is empty"});
+        EXPECT_EQ(rec.dns_latency, 5u);
+        EXPECT_EQ(rec.dns_server_ip, 6u);
+        EXPECT_EQ(log_of({.info = 21, .sub = 1, .value = value}, 2), lines());
+    }
+}
+
+/// Values of DNS, the server that a question takes from it, and what an answer takes.
+struct dns_case {
+    std::optional<byte_string> value;
+    byte_string asked_server;
+    uint32_t latency;
+    byte_string answering_server;
+};
+
+TEST_F(ClientRecord, OnlyFourBytesOfDnsAreTheServerOrTheLatencyAlone) {
+    const byte_string before = {9, 9, 9, 9};
+    const dns_case cases[] = {
+        {byte_string{1}, NOWHERE, 0x01000000, NOWHERE},
+        {byte_string{1, 2}, NOWHERE, 0x01020000, NOWHERE},
+        {byte_string{1, 2, 3}, NOWHERE, 0x01020300, NOWHERE},
+        {byte_string{1, 2, 3, 4}, {1, 2, 3, 4}, 0x01020304, before},
+        {byte_string{1, 2, 3, 4, 10}, {10, 0, 0, 0}, 0x01020304, {10, 0, 0, 0}},
+        {byte_string{1, 2, 3, 4, 10, 11}, {10, 11, 0, 0}, 0x01020304, {10, 11, 0, 0}},
+        {byte_string{1, 2, 3, 4, 10, 11, 12}, {10, 11, 12, 0}, 0x01020304, {10, 11, 12, 0}},
+        {byte_string{1, 2, 3, 4, 10, 11, 12, 13}, {10, 11, 12, 13}, 0x01020304, {10, 11, 12, 13}},
+        {byte_string{1, 2, 3, 4, 10, 11, 12, 13, 14}, {10, 11, 12, 13}, 0x01020304, {10, 11, 12, 13}},
+    };
+    for (const dns_case &each : cases) {
+        cl_conn_evt_rec &asking = begin();
+        deliver({.info = 21, .sub = 0, .value = each.value});
+        EXPECT_EQ(address_bytes(asking.dns_server_ip), each.asked_server) << each.value->size();
+        EXPECT_EQ(asking.dns_latency, 0u);
+        cl_conn_evt_rec &answered = begin();
+        std::memcpy(&answered.dns_server_ip, before.data(), before.size());
+        deliver({.info = 21, .sub = 1, .value = each.value});
+        EXPECT_EQ(answered.dns_latency, each.latency) << each.value->size();
+        EXPECT_EQ(address_bytes(answered.dns_server_ip), each.answering_server) << each.value->size();
+    }
+}
+
+TEST_F(ClientRecord, AQuestionToDnsWithoutAValueNamesNoServer) {
+    for (const std::optional<byte_string> &value : {std::optional<byte_string>(), {byte_string()}}) {
+        cl_conn_evt_rec &rec = begin();
+        rec.dns_server_ip = 6;
+        EXPECT_EQ(log_of({.info = 21, .sub = 0, .value = value}), lines());
+        EXPECT_EQ(rec.is_ipv4_rcvd, 1);
+        EXPECT_EQ(rec.dns_timestamp, now());
+        EXPECT_EQ(rec.dns_server_ip, 0u);
+    }
 }
 
 TEST_F(ClientRecord, OtherSubsOfDnsChangeNothing) {

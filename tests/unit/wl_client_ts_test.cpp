@@ -9,6 +9,7 @@
 // What the wrapped functions below do and have seen.
 static struct {
     int mutex_error = 0;    // of pthread_mutex_init
+    int destroyed = 0;      // mutexes of conn_cb that pthread_mutex_destroy has ended
     int add_result = 0;     // of hash_add; 0: the real one
     int detailed = 0;       // calls of send_detailed_log
     int network = 0;        // calls of track_network_events
@@ -18,6 +19,12 @@ static struct {
 extern "C" int __real_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes);
 extern "C" int __wrap_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes) {
     return stage.mutex_error != 0 ? stage.mutex_error : __real_pthread_mutex_init(mutex, attributes);
+}
+
+extern "C" int __real_pthread_mutex_destroy(pthread_mutex_t *mutex);
+extern "C" int __wrap_pthread_mutex_destroy(pthread_mutex_t *mutex) {
+    stage.destroyed += mutex == &conn_cb.mutex ? 1 : 0;
+    return __real_pthread_mutex_destroy(mutex);
 }
 
 extern "C" int __real__Z8hash_addP10_hashtablePKvPv(hashTable_t *table, const void *key, void *value);
@@ -103,6 +110,13 @@ TEST_F(ClientTs, ForwardsEveryInfoCodeButThree) {
         const bool silent = info == 21 || info == 22 || info == 23;
         EXPECT_EQ(sent(VRE_DEBUG_CLIENT_TS).size(), silent ? 0u : 1u) << info;
     }
+}
+
+TEST_F(ClientTs, ForwardsItsOwnRoleEventOnceWhenTheBusBringsItBack) {
+    received_payload payload(payload_of({.info = 104, .value = byte_string(41, 'r')}));
+    wl_client_ts(VRE_HOSTAPD_EVENT, payload.data(), payload.length());
+    ASSERT_EQ(world.sent.size(), 1u);
+    EXPECT_EQ(world.sent[0].event, VRE_DEBUG_CLIENT_TS);
 }
 
 TEST_F(ClientTs, ForwardsWithoutTheMutex) {
@@ -212,6 +226,24 @@ TEST_F(ClientTs, AnAssocRequestBeginsARecordAndSaysSo) {
 
 TEST_F(ClientTs, TheLineOfANewRecordIsOfLevel7) {
     EXPECT_EQ(log_of({.info = 4}, 6), lines());
+}
+
+TEST_F(ClientTs, TheLineOfANewRecordComesBeforeTheRecordItself) {
+    log_capture log(7);
+    deliver({.info = 4});
+    const lines all = log.lines();
+    const auto announced = std::find(all.begin(), all.end(), "wl_client_ts: " + CREATED);
+    const auto made =
+        std::find(all.begin(), all.end(), "create_rec: CONN INFO: Successfully created the client record");
+    ASSERT_NE(made, all.end());
+    EXPECT_LT(announced, made);
+}
+
+TEST_F(ClientTs, TheLineOfANewRecordIsWrittenThoughThereIsNoMemoryForIt) {
+    fail_nth_call("malloc", 2);  // the first is the forwarded event's
+    EXPECT_EQ(log_of({.info = 4}), lines{CREATED});
+    EXPECT_EQ(faults_fired("malloc"), 1);
+    EXPECT_EQ(attempts(), 0);
 }
 
 TEST_F(ClientTs, AFailedInsertFreesTheRecord) {
@@ -915,6 +947,7 @@ TEST_F(ClientTsStart, TheEndStopsTheThreadAndKeepsTheRecords) {
     world.locks = 0;
     wl_client_ts_deinit();
     EXPECT_EQ(world.joins, 1);
+    EXPECT_EQ(stage.destroyed, 1);
     EXPECT_EQ(world.terminate_at_join, 1) << "set, and the mutex free, when the thread is waited for";
     EXPECT_EQ(world.locks, 1);
     EXPECT_EQ(conn_cb.inprog_conn_table->num_entries, 1);

@@ -355,8 +355,13 @@ TEST_F(ClientTimer, EndsWhenItWakesAfterTheModuleWasStopped) {
     advance(120001);
     log_capture log(7);
     std::thread waker([] {
+        const auto limit = std::chrono::steady_clock::now() + WAIT_LIMIT;
         for (bool terminates = false; !terminates;) {
             sched_yield();
+            if (std::chrono::steady_clock::now() > limit) {
+                ADD_FAILURE() << "the thread is not told to end";
+                break;
+            }
             const conn_lock lock;
             terminates = conn_cb.terminate_timer != 0;
         }
@@ -413,6 +418,13 @@ protected:
         vre_handle_vlan_detected_info(VRE_SENSOR_VLAN_DETECTED, received.data(), received.length());
     }
 
+    static void dump(byte_string request) {
+        const byte_string file = text_bytes("/tmp/errors");
+        request.insert(request.end(), file.begin(), file.end());
+        request.resize(38);
+        EXPECT_EQ(wl_client_ts_dump(request.data()), 0);
+    }
+
     void feed() {
         for (int i = 0; i < EVENTS; i++) {
             vap_array[0].portal_enabled = random(4) == 0;
@@ -425,8 +437,12 @@ protected:
                 deliver(any_event(1));
                 EXPECT_EQ(wl_client_ts_enable(1), 0);
             }
-            if (i % 4000 == 3999)
+            if (i % 500 == 0)
+                dump(mac_of(client_at(i)));
+            if (i % 4000 == 3999) {
+                dump(byte_string(6, 0xFF));
                 wait_for_sweep();  // on a busy machine too
+            }
         }
     }
 
@@ -443,8 +459,9 @@ protected:
 
     /// Waits until a sweep has begun and ended.
     static void wait_for_sweep() {
-        for (const size_t now = sweeps(); sweeps() < now + 2;)
-            sched_yield();
+        const auto limit = std::chrono::steady_clock::now() + WAIT_LIMIT;
+        for (const size_t now = sweeps(); sweeps() < now + 2; sched_yield())
+            ASSERT_LT(std::chrono::steady_clock::now(), limit) << "the thread does not sweep";
     }
 
     static int attempts_in_progress() {
@@ -464,7 +481,7 @@ private:
     uint32_t seed = 1;
 };
 
-TEST_F(TimerBesideEvents, SweepsWhileEventsFlow) {
+TEST_F(TimerBesideEvents, SweepsWhileEventsFlowAndRecordsAreDumped) {
     let_timer_run();
     feed();
     advance(300001);

@@ -1,29 +1,18 @@
-/// What the tests of connection tracking share: the module without its timer thread, a clock that stands still until the
-/// test moves it, and what the module sends. A test executable links with --wrap=gettimeofday, --wrap=pthread_create,
-/// --wrap=pthread_join, --wrap=pthread_mutex_lock and --wrap=wl_send_evt.
+/// What the tests of connection tracking share: the module without its timer thread, a clock that stands still until
+/// the test moves it, and what the module sends. A test executable links with --wrap=gettimeofday,
+/// --wrap=pthread_create, --wrap=pthread_join, --wrap=pthread_mutex_lock and --wrap=wl_send_evt.
 #pragma once
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <gtest/gtest.h>
 #include <optional>
-#include <ostream>
-#include <string>
 #include <sys/time.h>
-#include <vector>
 
-#include "event_payload.h"
 #include "fault.h"
 #include "libwl.h"
 #include "log_capture.h"
 #include "vap_table.h"
-#include "wl_client_ts_internal.h"
+#include "wl_client_ts_common.h"
 #include "wl_info_codes.h"
-
-using lines = std::vector<std::string>;
 
 // Its milliseconds are far from where 32 bits wrap.
 constexpr uint64_t START_MSEC = (uint64_t{390} << 32) + 1000000000;
@@ -64,7 +53,6 @@ extern "C" [[gnu::used]] inline int __wrap_gettimeofday(timeval *time, void *) {
 extern "C" [[gnu::used]] inline int __wrap_pthread_create(pthread_t *, const pthread_attr_t *, void *(*body)(void *),
                                                           void *) {
     world.thread_body = body;
-    errno = world.thread_error;
     return world.thread_error;
 }
 
@@ -87,21 +75,6 @@ extern "C" [[gnu::used]] inline int __wrap_wl_send_evt(vre_iw_cmd_t event, const
     const int attempts = conn_cb.inprog_conn_table != nullptr ? conn_cb.inprog_conn_table->num_entries : 0;
     world.sent.push_back({event, byte_string(bytes, bytes + length), is_locked(), attempts});
     return world.send_result;
-}
-
-inline byte_string mac_of(unsigned client) {
-    return {0x00, 0x1A, 0x22, 0xF3, static_cast<uint8_t>(client >> 8), static_cast<uint8_t>(client)};
-}
-
-/// As log lines and dumps show it.
-inline std::string mac_text(unsigned client) {
-    char text[18];
-    std::snprintf(text, sizeof text, "00:1A:22:F3:%02X:%02X", client >> 8 & 0xFF, client & 0xFF);
-    return text;
-}
-
-inline byte_string ap_bssid(uint8_t last = 0x01) {
-    return {0x02, 0xAA, 0xBB, 0xCC, 0xDD, last};
 }
 
 /// An event in the words of a test. The VAPs: ath0 is open, ath1 has a portal, ath2 has every other flag.
@@ -139,69 +112,6 @@ struct decoded_event {
     received_payload payload;
     wl_evt_info_t info;
 };
-
-/// What the module says it holds: objects, and bytes.
-struct accounts {
-    int clrec, ssid, hashrec, listrec, value, size;
-
-    static accounts now() {
-        return {conn_cb.num_clrec_malloc,        conn_cb.num_ssid_malloc,
-                conn_cb.num_hashrec_malloc,      conn_cb.num_listrec_malloc,
-                conn_cb.num_subinfovalue_malloc, __atomic_load_n(&conn_cb.size_malloc, __ATOMIC_RELAXED)};
-    }
-
-    bool operator==(const accounts &) const = default;
-
-    friend std::ostream &operator<<(std::ostream &out, const accounts &of) {
-        return out << of.clrec << '/' << of.ssid << '/' << of.hashrec << '/' << of.listrec << '/' << of.value << '/'
-                   << of.size;
-    }
-};
-
-inline bool contains(const lines &log, const std::string &line) {
-    return std::find(log.begin(), log.end(), line) != log.end();
-}
-
-/// The lines of one function, without its name.
-inline lines lines_of(const lines &log, const std::string &function) {
-    lines found;
-    for (const std::string &line : log)
-        if (line.compare(0, function.size() + 2, function + ": ") == 0)
-            found.push_back(line.substr(function.size() + 2));
-    return found;
-}
-
-inline cl_conn_evt_rec *record_of(const dllist_t *node) {
-    return static_cast<const client_list_rec *>(node->value)->clrec;
-}
-
-/// Frees all that the tables hold.
-inline void drop_everything() {
-    while (auto *const rec = static_cast<cl_conn_evt_rec *>(hash_first_element(conn_cb.inprog_conn_table))) {
-        hash_del(conn_cb.inprog_conn_table, rec->cl_info.mac);
-        clrec_free(rec);
-    }
-    while (dllist_t *const node = dllist_delink_head(&conn_cb.err_conn_list)) {
-        auto *entry = static_cast<client_list_rec *>(node->value);
-        remove_hash_entry(entry->ch_ptr, node);
-        clrec_free(entry->clrec);
-        clts_release(entry, sizeof *entry);
-        conn_cb.num_listrec_malloc--;
-        std::free(node);
-    }
-    while (auto *rec = static_cast<detail_clrec *>(hash_first_element(conn_cb.detail_conn_table))) {
-        hash_del(conn_cb.detail_conn_table, rec->cl_mac);
-        clts_release(rec, sizeof *rec);
-    }
-}
-
-inline void drop_tables() {
-    (void)hash_delTable(&conn_cb.inprog_conn_table, nullptr);
-    (void)hash_delTable(&conn_cb.err_conn_table, nullptr);
-    (void)hash_delTable(&conn_cb.detail_conn_table, nullptr);
-    hash_del_iterator(&conn_cb.inprog_conn_iter);
-    hash_del_iterator(&conn_cb.detail_conn_iter);
-}
 
 class TrackingFixture : public testing::Test {
 protected:

@@ -3,28 +3,20 @@
 /// and --wrap=wl_send_evt, and has malloc and calloc in its WRAP list.
 #pragma once
 
-#include <algorithm>
+#include <chrono>
 #include <condition_variable>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <sys/time.h>
 #include <thread>
 #include <utility>
-#include <vector>
 
-#include "event_payload.h"
 #include "fault.h"
 #include "log_capture.h"
 #include "vap_table.h"
-#include "wl_client_ts_internal.h"
+#include "wl_client_ts_common.h"
 #include "wl_info_codes.h"
-
-using lines = std::vector<std::string>;
 
 using code_and_sub = std::pair<int64_t, int64_t>;  // of a failure
 
@@ -122,34 +114,6 @@ extern "C" [[gnu::used]] inline int __wrap_wl_send_evt(vre_iw_cmd_t event, const
     return 1;
 }
 
-inline byte_string mac_of(unsigned client) {
-    return {0x00, 0x11, 0x22, 0x33, static_cast<uint8_t>(client >> 8), static_cast<uint8_t>(client)};
-}
-
-/// As log lines show it.
-inline std::string mac_text(unsigned client) {
-    char text[18];
-    std::snprintf(text, sizeof text, "00:11:22:33:%02X:%02X", client >> 8 & 0xFF, client & 0xFF);
-    return text;
-}
-
-inline byte_string ap_bssid(uint8_t last = 0x01) {
-    return {0x02, 0xAA, 0xBB, 0xCC, 0xDD, last};
-}
-
-inline bool contains(const lines &log, const std::string &line) {
-    return std::find(log.begin(), log.end(), line) != log.end();
-}
-
-/// The lines of one function, without its name.
-inline lines lines_of(const lines &log, const std::string &function) {
-    lines found;
-    for (const std::string &line : log)
-        if (line.compare(0, function.size() + 2, function + ": ") == 0)
-            found.push_back(line.substr(function.size() + 2));
-    return found;
-}
-
 /// Whether the log holds a line and after it the empty one that a line ending in a newline leaves.
 inline bool contains_with_newline(const lines &log, const std::string &line) {
     const auto found = std::find(log.begin(), log.end(), line);
@@ -190,26 +154,10 @@ inline std::vector<int> subs(const cl_conn_evt_rec &rec) {
     return std::vector<int>(rec.subinfo_code, rec.subinfo_code + 4);
 }
 
-/// What the module says it holds: objects, and bytes.
-struct accounts {
-    int clrec, ssid, hashrec, listrec, value, size;
-
-    static accounts now() {
-        return {conn_cb.num_clrec_malloc,        conn_cb.num_ssid_malloc,
-                conn_cb.num_hashrec_malloc,      conn_cb.num_listrec_malloc,
-                conn_cb.num_subinfovalue_malloc, __atomic_load_n(&conn_cb.size_malloc, __ATOMIC_RELAXED)};
-    }
-
-    bool operator==(const accounts &) const = default;
-
-    friend std::ostream &operator<<(std::ostream &out, const accounts &of) {
-        return out << of.clrec << '/' << of.ssid << '/' << of.hashrec << '/' << of.listrec << '/' << of.value << '/'
-                   << of.size;
-    }
-};
-
 class VerdictFixture : public testing::Test {
 protected:
+    static constexpr std::chrono::seconds WAIT_LIMIT{60};  // for another thread, on a busy machine too
+
     // Its milliseconds are far from where 32 bits wrap.
     static constexpr uint64_t START_MSEC = (uint64_t{400} << 32) + 1000000000;
 
@@ -231,14 +179,10 @@ protected:
         clear_faults();
         if (!stopped)
             stop_timer();
-        free_records();
+        drop_everything();
         vap_count = 0;
         EXPECT_EQ(accounts::now(), accounts());
-        EXPECT_EQ(hash_delTable(&conn_cb.inprog_conn_table, nullptr), 0);
-        EXPECT_EQ(hash_delTable(&conn_cb.err_conn_table, nullptr), 0);
-        EXPECT_EQ(hash_delTable(&conn_cb.detail_conn_table, nullptr), 0);
-        hash_del_iterator(&conn_cb.inprog_conn_iter);
-        hash_del_iterator(&conn_cb.detail_conn_iter);
+        drop_tables();
     }
 
     /// Ends the timer thread without another sweep.
@@ -257,13 +201,14 @@ protected:
         world.changed.notify_all();
     }
 
-    /// Lets the timer thread do one sweep, and waits for its end. The test's own time limit bounds it.
+    /// Lets the timer thread do one sweep, and waits for its end.
     static void sweep() {
         std::unique_lock lock(world.mutex);
-        world.changed.wait(lock, [] { return world.naps.size() == world.wakes + 1; });
+        const auto sleeps = [] { return world.naps.size() == world.wakes + 1; };
+        ASSERT_TRUE(world.changed.wait_for(lock, WAIT_LIMIT, sleeps)) << "the thread does not sleep";
         world.wakes++;
         world.changed.notify_all();
-        world.changed.wait(lock, [] { return world.naps.size() == world.wakes + 1; });
+        ASSERT_TRUE(world.changed.wait_for(lock, WAIT_LIMIT, sleeps)) << "the sweep does not end";
     }
 
     static void set_clock(uint64_t msec) {
@@ -349,10 +294,6 @@ protected:
         return static_cast<client_hash_rec *>(hash_find(conn_cb.err_conn_table, mac_of(client).data()));
     }
 
-    static cl_conn_evt_rec *record_of(const dllist_t *node) {
-        return static_cast<const client_list_rec *>(node->value)->clrec;
-    }
-
     /// The stored records, oldest first.
     static std::vector<cl_conn_evt_rec *> stored() {
         std::vector<cl_conn_evt_rec *> all;
@@ -362,24 +303,4 @@ protected:
     }
 
     bool stopped = false;  // whether the test has ended the timer thread itself
-
-private:
-    static void free_records() {
-        while (auto *const rec = static_cast<cl_conn_evt_rec *>(hash_first_element(conn_cb.inprog_conn_table))) {
-            hash_del(conn_cb.inprog_conn_table, rec->cl_info.mac);
-            clrec_free(rec);
-        }
-        while (dllist_t *const node = dllist_delink_head(&conn_cb.err_conn_list)) {
-            auto *entry = static_cast<client_list_rec *>(node->value);
-            remove_hash_entry(entry->ch_ptr, node);
-            clrec_free(entry->clrec);
-            clts_release(entry, sizeof *entry);
-            conn_cb.num_listrec_malloc--;
-            std::free(node);
-        }
-        while (auto *rec = static_cast<detail_clrec *>(hash_first_element(conn_cb.detail_conn_table))) {
-            hash_del(conn_cb.detail_conn_table, rec->cl_mac);
-            clts_release(rec, sizeof *rec);
-        }
-    }
 };

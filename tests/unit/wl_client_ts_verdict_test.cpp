@@ -392,8 +392,8 @@ TEST_F(ClientVerdict, AnAttemptReportedEarlierIsStoredWithItsVerdict) {
 TEST_F(ClientVerdict, TheVerdictCountsTheEvents) {
     const wl_evt_info_t event = event_of(15, 10);
     cl_conn_evt_rec *const rec = in_state(4);
-    add_evt(rec, &event);
-    add_evt(rec, &event);
+    (void)add_evt(rec, &event);
+    (void)add_evt(rec, &event);
     EXPECT_EQ(decide(rec), lines{failed(2, "0xf000a", "0:0:0:0:", "0:0:0:0:")});
 }
 

@@ -216,6 +216,20 @@ TEST(InitSynchSock, AConnectionIsWatched) {
     close(agent);
 }
 
+TEST(InitSynchSock, AConnectionIsToldAtLevel7) {
+    const int agent = listening_agent();
+    for (const int level : {6, 7}) {
+        log_capture log(level);
+        EXPECT_EQ(init_synch_sock(), 0);
+        EXPECT_EQ(holds(log.lines(), "init_synch_sock: Connected to synch agent : synch_sock id : [" +
+                                         std::to_string(g_synch_sock) + "]"),
+                  level == 7);
+        close(g_synch_sock);
+        g_synch_sock = -1;
+    }
+    close(agent);
+}
+
 TEST(InitSynchSock, AnOpenConnectionWithNothingDueIsLeftAlone) {
     const int agent = listening_agent();
     ASSERT_EQ(init_synch_sock(), 0);

@@ -1,9 +1,8 @@
-// What the neighbours are told of the clients: which key, which login, the bytes of their records and how they are packed.
-// Wall clock 1'700'000'000, monotonic clock 1000 s unless a test sets them.
+// What the neighbours are told of the clients: which key, which login, the bytes of their records and how they are
+// packed. Wall clock 1'700'000'000, monotonic clock 1000 s unless a test sets them.
 #include <map>
 #include <set>
 
-#include "test_clock.h"
 #include "wl_synch_fixture.h"
 #include "wl_synch_internal.h"
 
@@ -11,13 +10,22 @@ namespace {
 
 constexpr int32_t WALL = 1'700'000'000;
 
+time_t test_time;
 int32_t monotonic;
 bool clocks_fail;
+int wall_clock_reads;
+int monotonic_reads;
 char request_ssid[] = "net";
 
 }  // namespace
 
+extern "C" time_t __wrap_time(time_t *) {
+    wall_clock_reads++;
+    return test_time;
+}
+
 extern "C" int __wrap__Z14os_get_reltimeP10os_reltime(os_reltime *now) {
+    monotonic_reads++;
     if (clocks_fail)
         return -1;
     *now = {monotonic, 999'999};
@@ -34,6 +42,11 @@ const std::string BLACKOUT_OVER = "fill_client_synch_info: Completed with blasko
 
 byte_string repeated(size_t count, uint8_t byte) {
     return byte_string(count, byte);
+}
+
+/// The wall clock some seconds after the last that 31 bits hold; where its type has 32 bits it is negative.
+time_t behind_the_wrap(int seconds) {
+    return static_cast<time_t>(int64_t{INT32_MAX} + seconds);
 }
 
 /// The header and the application id of an answer to `ask()`.
@@ -306,12 +319,36 @@ TEST_F(SynchClients, AClientOfWhichNothingIsLeftToTellIsSilentlySkipped) {
     EXPECT_EQ(get_cl_data_len(profile, client, WALL, &now), 0U);
 }
 
-TEST_F(SynchClients, TimesFarApartAreComparedAsTheyAre) {
-    portal_cl_auth_info *const auth = add_login(client, WALL, INT32_MIN);
+TEST_F(SynchClients, ALoginOutlivesTheWrapOfTheClock) {
+    const byte_string start = bytes_of("08 14 '02:00:00:00:00:01' 00 00 00 07 0C '192.168.1.20' ");
+    test_time = INT32_MAX - 9;
+    portal_cl_auth_info *const auth = add_login(client, INT32_MIN + 20, INT32_MIN + 50);
+    EXPECT_EQ(items(2), start + bytes_of("06 04 00 00 00 1E 10 04 00 00 00 1E"));
+    auth->expire = INT32_MAX - 10;
+    EXPECT_EQ(items(2), start + bytes_of("06 04 00 00 00 01 10 04 00 00 00 3C"));
+    test_time = behind_the_wrap(50);
+    EXPECT_EQ(items(2), start + bytes_of("06 04 00 00 00 01 10 04 00 00 00 01"));
+    for (const int seconds : {51, 52, 1000}) {
+        test_time = behind_the_wrap(seconds);
+        ask();
+        EXPECT_EQ(sent(), packets{}) << seconds;
+    }
+}
+
+TEST_F(SynchClients, ABlackoutThatEndedBeforeTheWrapIsOver) {
+    test_time = behind_the_wrap(1);
+    add_login(client, INT32_MAX - 100, INT32_MAX);
     ask();
     EXPECT_EQ(sent(), packets{});
-    auth->blackout_expire = INT32_MAX;
-    auth->expire = INT32_MIN;
+}
+
+TEST_F(SynchClients, TimesFarApartAreComparedByTheir32Bits) {
+    portal_cl_auth_info *const auth = add_login(client, INT32_MIN, INT32_MAX);
+    EXPECT_EQ(items(2).size(), 48U);
+    auth->blackout_expire = WALL + INT32_MIN;  // as far ahead as behind: over
+    ask();
+    EXPECT_EQ(sent(), packets{});
+    auth->blackout_expire--;  // reads as 2^31 - 1 ahead
     EXPECT_EQ(items(2).size(), 48U);
 }
 
@@ -358,6 +395,38 @@ TEST_F(SynchClients, AHundredClientsGoInPacketsOfFifteen) {
     }
     EXPECT_EQ(sizes, (std::vector<size_t>{1155, 1155, 1155, 1155, 1155, 1155, 770}));
     EXPECT_EQ(clients.size(), 100U);
+}
+
+TEST_F(SynchClients, TheClocksAreReadOncePerAnswer) {
+    for (uint16_t number = 1; number <= 40; number++) {
+        wl_client_info *const each = number == 1 ? client : add_client(profile, number);
+        add_key(each, "twenty-characters-id");
+        add_login(each, WALL + 60, WALL + 100);
+    }
+    wall_clock_reads = monotonic_reads = 0;
+    ask();
+    EXPECT_GT(sent().size(), 1U);
+    EXPECT_EQ(wall_clock_reads, 1);
+    EXPECT_EQ(monotonic_reads, 1);
+}
+
+TEST_F(SynchClients, APacketWithoutMemoryIsMissingFromItsAnswer) {
+    for (uint16_t number = 1; number <= 46; number++)
+        add_key(number == 1 ? client : add_client(profile, number), "twenty-characters-id");
+    ask();
+    const packets whole = sent();
+    ASSERT_EQ(whole.size(), 4U);
+    const int connection = g_synch_sock;
+    for (int failed = 1; failed <= 5; failed++) {
+        packets expected = whole;
+        if (failed <= 4)
+            expected.erase(expected.begin() + failed - 1);
+        fail_nth_call("calloc", failed);
+        EXPECT_EQ(lines_at_level(6, [this] { ask(); }), failed <= 4 ? lines{NO_MEMORY} : lines{}) << failed;
+        EXPECT_EQ(faults_fired("calloc"), failed <= 4 ? 1 : 0);
+        EXPECT_EQ(sent(), expected) << failed;
+        EXPECT_EQ(g_synch_sock, connection);
+    }
 }
 
 TEST_F(SynchClients, APayloadIsSentBeforeItReaches1200Bytes) {
@@ -409,11 +478,8 @@ TEST_F(SynchClients, TheRestOfAnAnswerIsDroppedWithItsConnection) {
         add_key(number == 1 ? client : add_client(profile, number), "twenty-characters-id");
     stop_agent();
     const lines log = lines_at_level(3, [this] { ask(); });
-    const lines expected{
-        "send_packet_to_synch_agent: error in sending packet to sunch agent. send() failed [Broken pipe]",
-        "send_packet_to_synch_agent: error in sending packet to sunch agent. send() failed [Bad file descriptor]",
-        "send_packet_to_synch_agent: error in sending packet to sunch agent. send() failed [Bad file descriptor]"};
-    EXPECT_EQ(log, expected);
+    EXPECT_EQ(log, (lines{send_failed("Broken pipe"), send_failed("Bad file descriptor"),
+                          send_failed("Bad file descriptor")}));
     EXPECT_EQ(g_synch_sock, -1);
     EXPECT_EQ(profile->synch_registered, 0);
 }

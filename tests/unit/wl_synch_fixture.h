@@ -14,6 +14,7 @@
 
 #include "common_synch.h"
 #include "event_payload.h"
+#include "fault.h"
 #include "log_capture.h"
 #include "wl_cl_info.h"
 #include "wl_server.h"
@@ -50,6 +51,12 @@ inline bool holds(const lines &all, const std::string &line) {
     return std::ranges::find(all, line) != all.end();
 }
 
+inline constexpr char NO_MEMORY[] = "send_packet_to_synch_agent: Could not allocate memory for packet buffer";
+
+inline std::string send_failed(const std::string &why) {
+    return "send_packet_to_synch_agent: error in sending packet to sunch agent. send() failed [" + why + "]";
+}
+
 inline lines lines_at_level(int level, const std::function<void()> &action) {
     log_capture log(level);
     action();
@@ -66,18 +73,25 @@ class SynchFixture : public testing::Test {
 protected:
     SynchFixture() {
         wl_init_cl_cache_info();
-        int ends[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
-        g_synch_sock = ends[0];
-        agent_ = ends[1];
+        connect();
         g_synch_nack_count = 0;
     }
 
     ~SynchFixture() override {
+        clear_faults();
         close(g_synch_sock);
         close(agent_);
         hash_table_destroy(ssid_profile_list);
         std::free(ssid_profile_list);
+    }
+
+    /// A new connection, as after the loss of the one before.
+    void connect() {
+        close(agent_);
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+        g_synch_sock = ends[0];
+        agent_ = ends[1];
     }
 
     /// The packets that have reached the agent since the last call.

@@ -201,9 +201,10 @@ TEST_F(SynchParams, AnInterfaceIsDownWhenItCannotBeAsked) {
     EXPECT_FALSE(is_open(kernel.descriptor));
 }
 
-TEST_F(SynchParams, AnInterfaceNameIsCutAt15Characters) {
+TEST_F(SynchParams, AnInterfaceNameIsCutAt15CharactersForTheKernelAndLoggedWhole) {
     kernel.used = true;
-    EXPECT_EQ(is_iface_up("a234567890123456789"), -1);
+    expect_logged(3, "is_iface_up: ioctl[SIOCGIFFLAGS], iface name a234567890123456789 flags 00",
+                  [] { EXPECT_EQ(is_iface_up("a234567890123456789"), -1); });
     EXPECT_EQ(kernel.name, "a23456789012345");
 }
 

@@ -36,11 +36,25 @@ packets packets_of(const char *text) {
     return {bytes_of(text)};
 }
 
-/// A packet of the agent that has no payload.
-void from_agent(uint8_t type, uint8_t subtype, const std::string &appid) {
+/// Has the daemon handle a packet of the agent that has no payload.
+int handle(uint8_t type, uint8_t subtype, const std::string &appid) {
     byte_string packet{1, type, 2, 0, subtype, static_cast<uint8_t>(appid.size()), 0, 0, 2, 0, 0, 0, 0, 9};
     packet = packet + text_bytes(appid);
-    EXPECT_EQ(handle_synch_packet(packet.data(), static_cast<int>(packet.size())), 0);
+    return handle_synch_packet(packet.data(), static_cast<int>(packet.size()));
+}
+
+void from_agent(uint8_t type, uint8_t subtype, const std::string &appid) {
+    EXPECT_EQ(handle(type, subtype, appid), 0);
+}
+
+/// Makes the 1st, 2nd, ... allocation of `action` fail until none is left to fail; expects `allocations` of them.
+void sweep_allocations(int allocations, const std::function<void(int failed)> &action) {
+    for (int failed = 1; failed <= allocations + 1; failed++) {
+        fail_nth_call("calloc", failed);
+        action(failed);
+        EXPECT_EQ(faults_fired("calloc"), failed <= allocations ? 1 : 0) << failed;
+    }
+    clear_faults();
 }
 
 class Synch : public SynchFixture {
@@ -160,6 +174,63 @@ TEST_F(Synch, RegistrationThatCannotBeSentDropsTheConnectionAndSucceeds) {
     EXPECT_EQ(profile->synch_registered, 0);
 }
 
+TEST_F(Synch, RegistrationWithoutMemoryIsNotSentAndSucceeds) {
+    const int connection = g_synch_sock;
+    sweep_allocations(1, [&](int failed) {
+        const lines log = lines_at_level(6, [&] { EXPECT_EQ(register_ssid_with_synch_agent(profile), 0); });
+        EXPECT_EQ(log, failed == 1 ? lines{NO_MEMORY} : lines{});
+        EXPECT_EQ(sent(), failed == 1 ? packets{} : packets_of(REGISTER));
+        EXPECT_EQ(g_synch_sock, connection);
+        EXPECT_EQ(profile->nack, 0);
+    });
+}
+
+TEST_F(Synch, ARetryWithoutMemoryIsTakenOffTheCount) {
+    sweep_allocations(1, [&](int failed) {
+        profile->nack = 1;
+        g_synch_nack_count = 1;
+        EXPECT_EQ(check_and_register_ssids(0), 0);
+        EXPECT_EQ(sent(), failed == 1 ? packets{} : packets_of(REGISTER));
+        EXPECT_EQ(profile->nack, 0);
+        EXPECT_EQ(g_synch_nack_count, 0);
+    });
+}
+
+TEST_F(Synch, ProfilesBehindOneWithoutMemoryAreRegistered) {
+    add_profile(2);
+    add_profile(3);
+    sweep_allocations(3, [&](int failed) {
+        EXPECT_EQ(check_and_register_ssids(1), 0);
+        EXPECT_EQ(sent().size(), failed <= 3 ? 2U : 3U);
+    });
+}
+
+TEST_F(Synch, UnregistrationWithoutMemoryIsNotSentAndSucceeds) {
+    const int connection = g_synch_sock;
+    sweep_allocations(1, [&](int failed) {
+        EXPECT_EQ(unregister_ssid_with_synch_agent(profile), 0);
+        EXPECT_EQ(sent(), failed == 1 ? packets{} : packets_of(UNREGISTER));
+        EXPECT_EQ(g_synch_sock, connection);
+    });
+}
+
+TEST_F(Synch, WithoutTheSensorsFileRemoteBridgingHasNoInterface) {
+    std::strcpy(g_comm_vlan_iface_name, "");
+    set_comm_vlan_iface_name();
+    profile->ena_remote_bridging = 1;
+    interface_is_up = false;
+    expect_logged(3,
+                  "register_ssid_with_synch_agent: Interface [] is not UP/Running, not sending register request, try "
+                  "again.",
+                  [this] { EXPECT_EQ(register_ssid_with_synch_agent(profile), -1); });
+    EXPECT_EQ(interfaces_asked.back(), "");
+    EXPECT_EQ(profile->nack, 1);
+    EXPECT_EQ(sent(), packets{});
+    EXPECT_EQ(unregister_ssid_with_synch_agent(profile), 0);
+    EXPECT_EQ(sent(), packets_of("01 23 00 00 00 03 00 18 FF FF FF FF FF FF 'net' "
+                                 "0A 00 0B 04 00 00 04 08 0C 0E 'wl_evt_handler'"));
+}
+
 TEST_F(Synch, UnregistrationAsksNeitherForTheInterfaceNorForAMesh) {
     profile->flags.is_mesh_enabled = 1;
     interface_is_up = false;
@@ -193,6 +264,25 @@ TEST_F(Synch, ANewConnectionRegistersEveryProfile) {
     add_profile(3)->iapc_path = 1;
     EXPECT_EQ(check_and_register_ssids(1), 0);
     EXPECT_EQ(sent(), (packets{bytes_of(REGISTER), bytes_of(REGISTER)}));
+}
+
+TEST_F(Synch, AConnectionLostByTheFirstProfileRegistersNoneAndTheNextOneAll) {
+    ssid_profile_info *const all[] = {profile, add_profile(2), add_profile(3)};
+    for (ssid_profile_info *const each : all)
+        each->nack = each->synch_registered = 1;
+    g_synch_nack_count = 3;
+    stop_agent();
+    const lines log = lines_at_level(3, [] { EXPECT_EQ(check_and_register_ssids(1), 0); });
+    EXPECT_EQ(log, (lines{send_failed("Broken pipe"), send_failed("Bad file descriptor"),
+                          send_failed("Bad file descriptor")}));
+    EXPECT_EQ(g_synch_sock, -1);
+    EXPECT_EQ(g_synch_nack_count, 0);
+    for (const ssid_profile_info *const each : all)
+        EXPECT_EQ(each->nack + each->synch_registered, 0) << each->profile_id;
+
+    connect();
+    EXPECT_EQ(check_and_register_ssids(1), 0);
+    EXPECT_EQ(sent(), (packets{bytes_of(REGISTER), bytes_of(REGISTER), bytes_of(REGISTER)}));
 }
 
 TEST_F(Synch, ARetryRegistersOnlyRefusedProfiles) {
@@ -288,6 +378,54 @@ TEST_F(Synch, AnAcceptedProfileIsRegisteredAlsoWhenItsRequestDropsTheConnection)
     EXPECT_EQ(g_synch_sock, -1);
     EXPECT_EQ(profile->send_cl_info_req, 0);
     EXPECT_EQ(profile->synch_registered, 1);
+}
+
+TEST_F(Synch, AnAnswerIsMatchedAndAcceptedAtLevel7) {
+    for (const char *const line :
+         {"process_synch_packet: SSID [net] Matched for interface [eth0] for packet [type:33 subtype:0]",
+          "process_synch_packet: Registration with synch-agent successful for [net]"})
+        expect_logged(7, line, [] { from_agent(33, 0, "net"); });
+}
+
+TEST_F(Synch, AnAcceptedProfileIsRegisteredAlsoWithoutMemoryForItsRequest) {
+    const int connection = g_synch_sock;
+    sweep_allocations(2, [&](int failed) {  // the SSID of the answer, the request
+        profile->send_cl_info_req = 1;
+        profile->synch_registered = 0;
+        EXPECT_EQ(handle(33, 0, "net"), failed == 1 ? -1 : 0);
+        EXPECT_EQ(sent(), failed <= 2 ? packets{} : packets_of(REQUEST_1));
+        EXPECT_EQ(profile->synch_registered, failed == 1 ? 0 : 1);
+        EXPECT_EQ(profile->send_cl_info_req, failed == 1 ? 1 : 0);
+        EXPECT_EQ(g_synch_sock, connection);
+    });
+}
+
+TEST_F(Synch, OfTwoProfilesBothAreRegisteredWhenTheRequestOfTheFirstDropsTheConnection) {
+    ssid_profile_info *const other = add_profile(2);
+    profile->send_cl_info_req = other->send_cl_info_req = 1;
+    stop_agent();
+    const lines log = lines_at_level(3, [] { from_agent(33, 0, "net"); });
+    EXPECT_EQ(lines(log.begin() + 1, log.end()),
+              (lines{send_failed("Broken pipe"), send_failed("Bad file descriptor")}));
+    EXPECT_EQ(g_synch_sock, -1);
+    EXPECT_EQ(profile->synch_registered + other->synch_registered, 2);
+    EXPECT_EQ(profile->send_cl_info_req + other->send_cl_info_req, 0);
+}
+
+TEST_F(Synch, OfTwoProfilesTheFirstIsNotRegisteredWhenTheRequestOfTheSecondDropsTheConnection) {
+    add_profile(2);
+    hash_table_iter_t profiles;
+    hash_table_iter_init(ssid_profile_list, &profiles);
+    ssid_profile_info *in_order[2];
+    for (ssid_profile_info *&each : in_order) {
+        ASSERT_NE(hash_table_iter_next(&profiles), 0);
+        each = static_cast<ssid_profile_info *>(profiles.entry->value);
+    }
+    in_order[1]->send_cl_info_req = 1;
+    stop_agent();
+    from_agent(33, 0, "net");
+    EXPECT_EQ(in_order[0]->synch_registered, 0);
+    EXPECT_EQ(in_order[1]->synch_registered, 1);
 }
 
 TEST_F(Synch, AnAcceptedProfileThatWasRefusedStaysCounted) {
@@ -465,4 +603,41 @@ TEST_F(Synch, AClientWithoutAPortalLoginIsLoggedAsOneWhoseBlackoutIsOver) {
     client->portal_cl_info = static_cast<portal_cl_info *>(std::calloc(1, sizeof(portal_cl_info)));
     expect_logged(3, LOGIN_OVER, [&] { send_cl_portal_login_packet(profile, client); });
     EXPECT_EQ(sent(), packets{});
+}
+
+TEST_F(Synch, AnAnnouncementCarriesTheUserAndTheLimitsOfItsProfile) {
+    profile->portal_radius_acc_enabled = profile->per_user_bw_enable = 1;
+    wl_client_info *const client = add_client(profile, 1);
+    portal_cl_auth_info *const auth = add_login(client, 1'700'000'060, 1'700'000'100);
+    std::strcpy(auth->username, "alice");
+    auth->login_time = 0x01020304;
+    auth->bw_download_limit = 0x11121314;
+    auth->bw_upload_limit = 0x21222324;
+    send_cl_portal_login_packet(profile, client);
+    EXPECT_EQ(sent(), packets_of("01 03 02 00 01 03 00 49 FF FF FF FF FF FF 'net' "
+                                 "08 14 '02:00:00:00:00:01' 00 00 00 07 0C '192.168.1.20' "
+                                 "06 04 00 00 00 3C 10 04 00 00 00 28 0E 05 'alice' 0F 04 01 02 03 04 "
+                                 "11 04 11 12 13 14 12 04 21 22 23 24"));
+}
+
+TEST_F(Synch, AnAnnouncementThatCannotBeSentDropsTheConnection) {
+    wl_client_info *const client = add_client(profile, 1);
+    add_login(client, 1'700'000'060, 1'700'000'100);
+    profile->synch_registered = 1;
+    stop_agent();
+    EXPECT_EQ(lines_at_level(6, [&] { send_cl_portal_login_packet(profile, client); }),
+              lines{send_failed("Broken pipe")});
+    EXPECT_EQ(g_synch_sock, -1);
+    EXPECT_EQ(profile->synch_registered, 0);
+}
+
+TEST_F(Synch, AnAnnouncementWithoutMemoryIsNotSentAndKeepsTheConnection) {
+    wl_client_info *const client = add_client(profile, 1);
+    add_login(client, 1'700'000'060, 1'700'000'100);
+    const int connection = g_synch_sock;
+    sweep_allocations(1, [&](int failed) {
+        send_cl_portal_login_packet(profile, client);
+        EXPECT_EQ(sent().size(), failed == 1 ? 0U : 1U);
+        EXPECT_EQ(g_synch_sock, connection);
+    });
 }

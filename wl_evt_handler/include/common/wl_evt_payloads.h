@@ -177,7 +177,7 @@ struct [[gnu::packed]] vre_ss_evt_data {
 };
 static_assert(sizeof(vre_ss_evt_data) == 25);
 
-/// Value of an answered DNS query; a bare 4-byte value is the server (query) or the latency (answer).
+/// Value of a DNS query or answer; one of exactly 4 bytes is the server (query) or the latency (answer).
 struct [[gnu::packed]] vre_dns_evt_data {
     be_u32 latency;  // ms
     uint8_t server_ip[4];

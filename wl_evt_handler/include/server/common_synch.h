@@ -62,14 +62,15 @@ uint8_t *set_synch_packet_app_header(uint8_t *buf, uint8_t version, uint8_t type
                                      uint8_t subtype, uint8_t appid_len, const char *appid, uint16_t payload_len,
                                      const uint8_t *mac);
 
-/// Sends a packet, whole and without waiting; a failed send drops the connection.
+/// Sends a packet, whole and without waiting; a failed send drops the connection, a lack of memory does not.
 ///
 /// @param payload  may be null; what holds more than SYNCH_PACKET_MAX bytes is refused, and the connection kept
 /// @param appid    appid_len bytes; may be null when that is 0
 /// @param mac      6 bytes; null: the broadcast address
 /// @return 0 or -1
-int send_packet_to_synch_agent(uint8_t type, uint8_t subtype, const app_data_info_t *payload, const char *appid,
-                               uint8_t appid_len, const uint8_t *mac, uint8_t packet_path);
+[[nodiscard]] int send_packet_to_synch_agent(uint8_t type, uint8_t subtype, const app_data_info_t *payload,
+                                             const char *appid, uint8_t appid_len, const uint8_t *mac,
+                                             uint8_t packet_path);
 
 /// Appends one item (type, length, value) to a payload under construction.
 ///
@@ -86,8 +87,9 @@ int send_packet_to_synch_agent(uint8_t type, uint8_t subtype, const app_data_inf
 /// @param number     sent as it is, in network order
 /// @param interface  name of the interface; may be null, which counts as empty
 /// @return 0 or -1
-int send_register_unregister_req_to_synch_agent(uint8_t type, const char *app_name, uint32_t number,
-                                                const char *interface, const char *appid, uint8_t appid_len);
+[[nodiscard]] int send_register_unregister_req_to_synch_agent(uint8_t type, const char *app_name, uint32_t number,
+                                                              const char *interface, const char *appid,
+                                                              uint8_t appid_len);
 
 /// Reads the 14 bytes of a header; the application id is left null.
 ///
@@ -96,7 +98,8 @@ int parse_min_app_header(const uint8_t *buf, app_header *header);
 
 /// Receives what is there of a packet, at most one.
 ///
-/// @param info  holds the packet across calls; the caller zeroes its counters after a complete packet and after a failure
+/// @param info  holds the packet across calls; the caller zeroes its counters after a complete packet and after a
+///              failure
 /// @param err   SYNCH_ERROR_SIZE bytes; explains -1, and 1 when the read is to be tried again
 /// @return 0 complete, 1 incomplete, -1 when the connection is broken
 [[nodiscard]] int handle_synch_sock_tcp_read(int fd, synch_tcp_pkt_info_t *info, char *err);
@@ -107,8 +110,8 @@ void receive_synch_data();
 /// Checks a complete packet and acts on it.
 ///
 /// @return 0; -1 when it is malformed or memory is short
-int handle_synch_packet(const uint8_t *buf, int len);
+[[nodiscard]] int handle_synch_packet(const uint8_t *buf, int len);
 
-/// Drops the connection, if there is one; the main loop opens a new one and registers anew. What was received of a packet
-/// is forgotten.
+/// Drops the connection, if there is one; the main loop opens a new one and registers anew. What was received of a
+/// packet is forgotten.
 void break_synch_connection();

@@ -11,7 +11,7 @@
 extern fd_set g_readfds;                 // every open descriptor of the loop
 extern int g_maxfd;                      // highest of them, or more
 extern int g_synch_sock;                 // TCP socket to the synch agent; -1 when not connected
-extern uint8_t g_synch_nack_count;       // SSID profiles that the agent refused; non-zero: register again
+extern uint8_t g_synch_nack_count;       // SSID profiles that were refused or whose interface was down; non-zero: retry
 extern hashTable_t *wl_debug_log_cache;  // label catalogue; null when it could not be loaded
 
 extern int n_clients;  // peers of wl_unix_init's socket

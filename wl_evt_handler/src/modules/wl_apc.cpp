@@ -52,7 +52,8 @@ bool any_profile_has_vap(const uint8_t *bssid) {
 
 /// @return what another process of the access point wants added to the time, in seconds; 0 when it says nothing
 int32_t time_offset() {
-    const int fd = open(TIME_OFFSET_FILE, O_RDONLY | O_CLOEXEC);
+    // Both threads come here, and neither may wait for the other end of a FIFO.
+    const int fd = open(TIME_OFFSET_FILE, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         WL_LOG_AS("apc_generate_id", 6, "Open timestamp file failed");
         return 0;

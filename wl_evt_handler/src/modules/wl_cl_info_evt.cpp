@@ -21,8 +21,9 @@ constexpr uint16_t PMK_DEL_OKC = 4;
 constexpr uint16_t PORTAL_ADD = 1;
 constexpr uint16_t PORTAL_DEL = 2;
 
-// Support tools search for the texts below as they stand. Odd ones are meant to be so: the two about invalid codes differ
-// in a blank, "Error  copying" has two, "[clmac]" is no conversion, and a portal login without memory is told as a key's.
+// Support tools search for the texts below as they stand. Odd ones are meant to be so: the two about invalid codes
+// differ in a blank, "Error  copying" has two, "[clmac]" is no conversion, and a portal login without memory is told as
+// a key's.
 
 bool check_add_codes(const char *function, const wl_evt_info_t *info, bool good) {
     if (!good)

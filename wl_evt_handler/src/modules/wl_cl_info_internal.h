@@ -30,7 +30,8 @@ void handle_portal_cl_auth_del(const wl_evt_info_t *info);
 ///
 /// @param payload  a vre_dot1x_pmk_evt_data, whose identity goes on to the end
 /// @param pmk      without an identity; partly filled after a failure
-/// @return 0; -1 without a payload, when the key is too long, or when there is no memory for the identity or it is longer
+/// @return 0; -1 without a payload, when the key is too long, or when there is no memory for the identity or it is
+/// longer
 ///         than the payload
 [[nodiscard]] int fill_cl_pmk_info_from_evt(std::span<const uint8_t> payload, dot1x_pmk_cl_data *pmk);
 
@@ -40,9 +41,9 @@ void handle_portal_cl_auth_del(const wl_evt_info_t *info);
 /// @return 0; -1 without a payload
 [[nodiscard]] int fill_cl_portal_login_info_from_evt(std::span<const uint8_t> payload, portal_cl_auth_info *auth);
 
-/// The dumps write one field a line. Bytes of keys are never written. What cannot be printed of a client's own texts (its
-/// identity, address, user name, role and organisational unit) is written as "?"; the names of SSIDs, interfaces and VAPs
-/// are written as the access point has them.
+/// The dumps write one field a line. Bytes of keys are never written. What cannot be printed of a client's own texts
+/// (its identity, address, user name, role and organisational unit) is written as "?"; the names of SSIDs, interfaces
+/// and VAPs are written as the access point has them.
 void dump_client_role_info_for_all_ssid(FILE *out);
 
 /// @param mac  client to look for; all ones: every client of every profile

@@ -37,8 +37,9 @@ int start_module() {
     if (pthread_mutex_init(&conn_cb.mutex, nullptr) != 0)
         return -EIO;
     const conn_lock lock;  // the thread waits until the block is complete
-    if (pthread_create(&conn_cb.timer_thread, nullptr, conn_fail_det_timer_func, nullptr) != 0) {
-        const int error = errno;
+    // The function returns its error and leaves errno alone.
+    const int error = pthread_create(&conn_cb.timer_thread, nullptr, conn_fail_det_timer_func, nullptr);
+    if (error != 0) {
         WL_LOG_AS("wl_client_ts_init", 2, "CTS: Could not create timer thread %s", error_text(error));
         return -ENXIO;
     }
@@ -83,21 +84,21 @@ bool begins_anew(const cl_conn_evt_rec &rec, const wl_evt_info_t &evt, bool same
 /// A client that smart steering refuses has not failed.
 void mark_steering_refusal(cl_conn_evt_rec &rec, const wl_evt_info_t &evt) {
     switch (evt.subinfo_code) {
-    case 4:
-    case 26:
+    case SUBINFO_STEERING_SIGNAL_IGNORED:
+    case SUBINFO_STEERING_SIGNAL_REJECTED:
         WL_LOG_AS(HANDLER, 6, "CTS: Marking Client " MAC_FMT " for ignoring assoc failure due to Min assoc rssi",
                   MAC_ARGS(evt.cl_mac));
         break;
-    case 9:
-    case 27:
+    case SUBINFO_STEERING_LOAD_IGNORED:
+    case SUBINFO_STEERING_LOAD_REJECTED:
         WL_LOG_AS(HANDLER, 6, "CTS: Marking Client " MAC_FMT "for ignoring assoc failure due to smart load balancing",
                   MAC_ARGS(evt.cl_mac));
         break;
-    case 6:
+    case SUBINFO_STEERING_BAND_IGNORED:
         WL_LOG_AS(HANDLER, 6, "CTS: Marking Client " MAC_FMT " for ignoring assoc failure due to BS, ignore assoc",
                   MAC_ARGS(evt.cl_mac));
         break;
-    case 7:
+    case SUBINFO_STEERING_BAND_REJECTED:
         WL_LOG_AS(HANDLER, 6, "CTS: Marking Client " MAC_FMT " for ignoring assoc failure due to BS, reject assoc",
                   MAC_ARGS(evt.cl_mac));
         break;
@@ -113,7 +114,7 @@ void continue_attempt(cl_conn_evt_rec *rec, const wl_evt_info_t &evt) {
     if (has_left(evt.info_code))
         rec->is_client_disconnected = 1;
     else
-        add_evt(rec, &evt);
+        (void)add_evt(rec, &evt);  // when it completes the attempt, nobody here needs the record any more
 }
 
 void begin_attempt(const wl_evt_info_t &evt) {
@@ -123,7 +124,7 @@ void begin_attempt(const wl_evt_info_t &evt) {
     cl_conn_evt_rec *const rec = create_rec(&evt);
     if (rec == nullptr)
         return;
-    add_evt(rec, &evt);  // a request never completes an attempt
+    (void)add_evt(rec, &evt);  // a request never completes an attempt
     const int result = hash_add(conn_cb.inprog_conn_table, evt.cl_mac, rec);
     if (result == 0)
         return;
@@ -163,6 +164,7 @@ void follow_client(const wl_evt_info_t &evt) {
     } else if (same_attempt) {
         continue_attempt(rec, evt);
     }
+    // All else of another SSID or BSSID is dropped, so what comes late for a portal's client from its old BSSID too.
 }
 
 void dump_all(FILE *file) {

@@ -1,7 +1,6 @@
 // Why an attempt failed: each event is looked at as it comes, and the whole attempt when it has ended or stands still.
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 
 #include "debug_log.h"
 #include "wl_ap_logging_evt.h"
@@ -42,7 +41,7 @@ finding found(uint8_t failure, uint16_t sub) {
 
 void raise_ssid_alert(const cl_conn_evt_rec &rec) {
     char text[256];
-    std::snprintf(text, sizeof text, "SSID,ALERT,%s", rec.cl_info.ssid != nullptr ? rec.cl_info.ssid : "");
+    std::snprintf(text, sizeof text, "SSID,ALERT,%s", text_or_null(rec.cl_info.ssid));
     wl_evt_info_t alert{};
     alert.info_code = VRE_CL_COUNT_EXCEEDED;
     alert.subinfo_value = reinterpret_cast<uint8_t *>(text);
@@ -150,6 +149,7 @@ finding look_at(const wl_evt_info_t &evt, cl_conn_evt_rec &rec) {
         rec.state = CL_AUTH_REQUESTED;
         return NOTHING;
     case INFO_AUTH_RESPONSE:
+        // Deliberately after an association request too: the state is lowered, the next request continues the attempt.
         rec.state = CL_AUTH_ANSWERED;
         return look_at_auth_response(evt);
     case INFO_ASSOC_REQUEST:
@@ -212,10 +212,6 @@ bool vlan_was_seen(const cl_conn_evt_rec &rec) {
 
 bool has_ip_address(const cl_conn_evt_rec &rec) {
     return rec.ipaddr_evt_id != 0 && rec.is_link_local_ip_rcvd == 0 && (rec.is_ipv4_rcvd != 0 || rec.is_ipv6_rcvd != 0);
-}
-
-bool is_asking_for_address(const cl_conn_evt_rec &rec) {
-    return rec.dhcp_state == 1 || rec.dhcp_state == 3 || rec.dhcp_state == 8;
 }
 
 void report_dns_failure(cl_conn_evt_rec *rec) {
@@ -304,6 +300,7 @@ void log_verdict(const cl_conn_evt_rec &rec) {
     char subs[30];
     get_failure_code(&rec, failures);
     get_subinfo_code(&rec, subs);
+    // "IP Addr Rcvd" can only be "No", an attempt with an address is settled before; the line keeps its form for tools.
     WL_LOG_AS(DECIDE, 7,
               "CTS: Client " MAC_FMT
               " connection error! Num Evts: %d; IP Addr Rcvd: %s; Rcvd err evt: 0x%x; failure_code: %s, subinfo_code: "
@@ -312,6 +309,8 @@ void log_verdict(const cl_conn_evt_rec &rec) {
               subs);
 }
 
+/// Deliberately asks only whether the record was reported, where settle_record asks for a failure too: what comes here
+/// was reported as a failure or not at all, a success is settled.
 void keep_failed_record(cl_conn_evt_rec *rec) {
     if (rec->is_rec_sent_to_server != 0) {
         if (move_clrec_to_err_list(rec) == 0)

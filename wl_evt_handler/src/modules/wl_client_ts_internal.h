@@ -1,5 +1,6 @@
 /// What the sources of client troubleshooting share: the control block, the records' life, the verdict, the reports.
-/// Everything here but clts_malloc and clts_free needs the mutex of conn_cb.
+/// Everything here needs the mutex of conn_cb, except clts_now, msec_between, timediff_msec, clts_malloc, clts_free,
+/// vlan_of_value and send_client_ts_info; conn_fail_det_timer_func takes it itself.
 #pragma once
 
 #include <cstdint>
@@ -107,6 +108,9 @@ struct clts_time {
 [[nodiscard]] uint32_t timediff_msec(uint32_t sec1, uint32_t usec1, uint32_t sec2, uint32_t usec2);
 
 /// malloc that counts.
+///
+/// @param size  bytes; a block of 0 bytes is one too
+/// @return null when memory is short
 [[nodiscard]] void *clts_malloc(size_t size);
 
 /// Frees what `*block` points to, unless it is null, and clears it.
@@ -141,6 +145,9 @@ struct conn_lock {
 /// @return the VLAN of a VLAN event's value; 0 when it is none of 1 to 4095
 [[nodiscard]] uint16_t vlan_of_value(const uint8_t *value, int len);
 
+/// @return whether the client's last DHCP message asked for an address or settings
+[[nodiscard]] bool is_asking_for_address(const cl_conn_evt_rec &rec);
+
 /// Stores a record that was reported and holds a failure; else drops it, after merging what was not reported into the
 /// client's earlier records. The record must be in no table.
 void settle_record(cl_conn_evt_rec *rec);
@@ -148,18 +155,23 @@ void settle_record(cl_conn_evt_rec *rec);
 /// Logs how long DHCP, RADIUS and DNS took.
 void log_latencies(const char *function, const cl_conn_evt_rec &rec);
 
-/// Clears what an attempt collects; the client, the channel and the SSID's configuration stay.
+/// Clears what an attempt collects: state, flags, timestamps, latencies, journey, addresses. The client, the channel,
+/// `gmt`, the SSID's configuration and the stored events with their codes and failures stay.
 void reset_clrec(cl_conn_evt_rec *rec);
 
 /// Adds an event to a record, which may complete the attempt: the record then leaves the table of those in progress and
 /// must not be touched any more.
-void add_evt(cl_conn_evt_rec *rec, const wl_evt_info_t *evt);
+///
+/// @return whether the record is still the caller's to touch
+[[nodiscard]] bool add_evt(cl_conn_evt_rec *rec, const wl_evt_info_t *evt);
 
 /// Frees a record that is in no table, with what it owns; values are wiped, they may hold keys.
 void clrec_free(cl_conn_evt_rec *rec);
 
 /// @return a new entry of the detailed log; null when memory is short
 [[nodiscard]] detail_clrec *create_detail_clrec(const wl_evt_info_t *evt);
+
+/// Fills an entry from the event that brought its client: MAC, BSSID if known, codes; the time is now.
 void init_detailed_clrec(detail_clrec *rec, const wl_evt_info_t *evt);
 
 /// Ends of the detailed log, which has no content yet.
@@ -171,10 +183,10 @@ void send_detailed_log(const wl_evt_info_t *evt);
 /// Looks for a failure in an event.
 ///
 /// @return the error word, info code * 65536 + subinfo code; 0 for no error
-uint32_t check_err_code(const wl_evt_info_t *evt, cl_conn_evt_rec *rec);
+[[nodiscard]] uint32_t check_err_code(const wl_evt_info_t *evt, cl_conn_evt_rec *rec);
 
 /// @return 1 for a status of a fast transition, which is no failure; else 0
-int check_for_11r_failures(const wl_evt_info_t *evt);
+[[nodiscard]] int check_for_11r_failures(const wl_evt_info_t *evt);
 
 /// Stores a failure in a slot of the record and reports it.
 void send_error_to_server(const wl_evt_info_t *evt, cl_conn_evt_rec *rec, int slot, uint8_t failure, uint16_t sub);
@@ -183,7 +195,7 @@ void send_error_to_server(const wl_evt_info_t *evt, cl_conn_evt_rec *rec, int sl
 void decide_on_client(cl_conn_evt_rec *rec);
 
 /// @return 1 when the record holds a failure, else 0
-int check_clrec_for_failures(const cl_conn_evt_rec *rec);
+[[nodiscard]] int check_clrec_for_failures(const cl_conn_evt_rec *rec);
 
 /// Write the four codes as "%d:" each.
 ///
@@ -191,7 +203,7 @@ int check_clrec_for_failures(const cl_conn_evt_rec *rec);
 void get_failure_code(const cl_conn_evt_rec *rec, char *buf);
 void get_subinfo_code(const cl_conn_evt_rec *rec, char *buf);
 
-/// Body of the timer thread.
+/// Body of the timer thread. Takes the mutex for each sweep.
 void *conn_fail_det_timer_func(void *);
 
 // wl_client_ts_store.cpp: the error store
@@ -200,26 +212,37 @@ void *conn_fail_det_timer_func(void *);
 ///
 /// @return 0; -1 when memory is short: the record stays the caller's
 [[nodiscard]] int move_clrec_to_err_list(cl_conn_evt_rec *rec);
-int add_err_cache_entry(client_hash_rec *hrec, int slot, cl_conn_evt_rec *rec, int replace);
+
+/// Puts a record into a slot of its client; takes the record over on success.
+///
+/// @param slot     0 to 4; free, unless its record is replaced
+/// @param replace  1: the record of the slot is freed for it; 0: the client gets one more, for which the oldest record
+///                 of all is freed when AP_MAX_ERR_RECORDS are stored
+/// @return 0; -1 when memory is short: nothing has changed
+[[nodiscard]] int add_err_cache_entry(client_hash_rec *hrec, int slot, cl_conn_evt_rec *rec, int replace);
+
+/// Takes a node out of its client's slots; a client without any more is freed. The node and its record stay.
 void remove_hash_entry(client_hash_rec *hrec, const dllist_t *node);
 
 /// @return 1 when the failure of a slot was stored for this client and BSSID within PREVIOUS_RECORD_LIMIT, else 0
-int check_connection_info_in_previous_records(const cl_conn_evt_rec *rec, int slot);
+[[nodiscard]] int check_connection_info_in_previous_records(const cl_conn_evt_rec *rec, int slot);
 
 /// Copies the times of a record into the client's stored record of the same failure, if there is one.
 void merge_connection_info_in_previous_records(const cl_conn_evt_rec *rec);
 
-// wl_client_ts_report.cpp: what leaves
+// wl_client_ts_report.cpp: the verdict leaves
 
 /// Reports an attempt on the bus (event 49).
 ///
 /// @param slot  of the failure; SUCCESS_REPORT for a success
 void check_and_send_client_connection_info(cl_conn_evt_rec *clrec, int slot);
 
+/// Writes a stored record into a dump file; nothing for a null argument.
+void print_record(FILE *fp, const cl_conn_evt_rec *clrec);
+
+// wl_client_ts_forward.cpp
+
 /// Forwards an event of a client on the bus (event 42). Needs no mutex.
 ///
 /// @return 0; -1 when it was not sent
-int send_client_ts_info(vre_iw_cmd_t e, const wl_evt_info_t *evt);
-
-/// Writes a stored record into a dump file; nothing for a null argument.
-void print_record(FILE *fp, const cl_conn_evt_rec *clrec);
+[[nodiscard]] int send_client_ts_info(vre_iw_cmd_t e, const wl_evt_info_t *evt);

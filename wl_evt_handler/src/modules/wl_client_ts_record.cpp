@@ -1,4 +1,5 @@
 // The life of a connection record: created with the first request, filled by events, completed by success.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -19,7 +20,6 @@ constexpr uint16_t NO_SUBINFO_CODE = 0xFFFF;
 
 constexpr uint16_t ASSOC_SUCCESS = 0;
 constexpr uint16_t PORTAL_LOGIN_SUCCESS = 0;
-constexpr uint16_t DHCP_ANSWERED = 5;
 constexpr uint16_t RADIUS_ANSWERED = 11;
 constexpr uint16_t DNS_ASKED = 0;
 constexpr uint16_t DNS_ANSWERED = 1;
@@ -81,11 +81,8 @@ void advance_stage_clock(cl_conn_evt_rec &rec, const wl_evt_info_t &evt, uint32_
     rec.prev_evt_subinfo_code = evt.subinfo_code;
 }
 
-bool is_asking_for_address(uint8_t dhcp_state) {
-    return dhcp_state == 1 || dhcp_state == 3 || dhcp_state == 8;
-}
-
 void note_ipv6_address(cl_conn_evt_rec &rec, const wl_evt_info_t &evt) {
+    // 31 for a 33rd event too, which is not stored: 0 would say that there was no address.
     rec.ipaddr_evt_id = static_cast<uint8_t>(rec.num_evt - 1);
     rec.rcvd_err_evt = 0;
     const uint8_t *const ip = evt.subinfo_value;
@@ -103,10 +100,11 @@ void note_ipv4_address(cl_conn_evt_rec &rec, const wl_evt_info_t &evt, const clt
     rec.is_link_local_ip_rcvd = is_link_local ? 1 : 0;
     if (is_link_local)
         return;
-    if (!is_asking_for_address(rec.dhcp_state)) {
+    if (!is_asking_for_address(rec)) {
         rec.is_ipv4_rcvd = 1;
         rec.rcvd_err_evt = 0;
     }
+    // Deliberately while DHCP is pending too: a client may use its last address before DHCP confirms it.
     rec.cli_jrny.network_ts = now.usec;
 }
 
@@ -126,10 +124,10 @@ void note_ip_conflict(cl_conn_evt_rec &rec, const wl_evt_info_t &evt) {
 
 void note_dhcp(cl_conn_evt_rec &rec, const wl_evt_info_t &evt, const clts_time &now) {
     rec.dhcp_state = static_cast<uint8_t>(evt.subinfo_code);
-    if (evt.subinfo_code == DHCP_ANSWERED) {
+    if (evt.subinfo_code == SUBINFO_DHCP_ACK) {
         rec.dhcp_latency = msec_between(now.msec, rec.dhcp_timestamp);
         rec.dhcp_server_ip = ipv4_of(value_of<address_value>(evt).ip);
-    } else if (evt.subinfo_code <= UINT8_MAX && is_asking_for_address(rec.dhcp_state)) {
+    } else if (evt.subinfo_code <= UINT8_MAX && is_asking_for_address(rec)) {
         rec.dhcp_timestamp = now.msec;
     }
 }
@@ -145,18 +143,19 @@ void note_radius(cl_conn_evt_rec &rec, const wl_evt_info_t &evt, const clts_time
 
 void note_dns(cl_conn_evt_rec &rec, const wl_evt_info_t &evt, const clts_time &now) {
     const auto value = value_of<vre_dns_evt_data>(evt);
-    const bool has_both = evt.subinfo_value_len >= sizeof value;
+    const auto bare = value_of<address_value>(evt);
+    const bool is_bare = evt.subinfo_value_len == sizeof(address_value);
     if (evt.subinfo_code == DNS_ASKED) {
         rec.is_ipv4_rcvd = 1;
         rec.dns_timestamp = now.msec;
-        rec.dns_server_ip = has_both ? ipv4_of(value.server_ip) : ipv4_of(value_of<address_value>(evt).ip);
+        rec.dns_server_ip = ipv4_of(is_bare ? bare.ip : value.server_ip);
     } else if (evt.subinfo_code == DNS_ANSWERED) {
-        if (evt.subinfo_value == nullptr) {
+        if (evt.subinfo_value == nullptr || evt.subinfo_value_len == 0) {
             WL_LOG_AS("add_evt", 3, "CL_CONN:dns latency is empty");
             return;
         }
         rec.dns_latency = value.latency;
-        if (has_both)
+        if (!is_bare)
             rec.dns_server_ip = ipv4_of(value.server_ip);
     }
 }
@@ -243,7 +242,8 @@ uint32_t timediff_msec(uint32_t sec1, uint32_t usec1, uint32_t sec2, uint32_t us
 }
 
 void *clts_malloc(size_t size) {
-    void *const block = std::malloc(size);
+    // An empty value has a block too, on every C library.
+    void *const block = std::malloc(std::max(size, size_t{1}));
     if (block != nullptr)
         __atomic_fetch_add(&conn_cb.size_malloc, static_cast<int>(size), __ATOMIC_RELAXED);
     return block;
@@ -255,6 +255,11 @@ void clts_free(void **block, size_t size) {
     std::free(*block);
     *block = nullptr;
     __atomic_fetch_sub(&conn_cb.size_malloc, static_cast<int>(size), __ATOMIC_RELAXED);
+}
+
+bool is_asking_for_address(const cl_conn_evt_rec &rec) {
+    return rec.dhcp_state == SUBINFO_DHCP_DISCOVER || rec.dhcp_state == SUBINFO_DHCP_REQUEST ||
+           rec.dhcp_state == SUBINFO_DHCP_INFORM;
 }
 
 uint16_t vlan_of_value(const uint8_t *value, int len) {
@@ -303,24 +308,35 @@ cl_conn_evt_rec *create_rec(const wl_evt_info_t *evt) {
 }
 
 void reset_clrec(cl_conn_evt_rec *rec) {
-    cl_conn_evt_rec fresh{};
-    fresh.cl_info = rec->cl_info;
-    fresh.channel = rec->channel;
-    *rec = fresh;
+    rec->state = CL_CREATED;
+    rec->ignore_assoc_fail = rec->is_node_authorised = rec->roaming_failure_occured = 0;
+    rec->is_ipv4_rcvd = rec->is_ipv6_rcvd = rec->is_link_local_ip_rcvd = 0;
+    rec->is_rec_sent_to_server = rec->is_client_disconnected = 0;
+    rec->timestamp = rec->auth_timestamp = 0;
+    rec->dhcp_state = 0;
+    rec->dhcp_timestamp = rec->aaa_timestamp = rec->dns_timestamp = 0;
+    rec->dhcp_latency = rec->aaa_latency = rec->dns_latency = 0;
+    rec->cli_jrny = {};
+    rec->dhcp_server_ip = rec->dns_server_ip = rec->aaa_server_ip = 0;
+    rec->invalid_ip_addr = rec->rogue_dhcp_server_ip = rec->ipv4_addr = 0;
+    std::memset(rec->conflict_mac, 0, sizeof rec->conflict_mac);
 }
 
-void add_evt(cl_conn_evt_rec *rec, const wl_evt_info_t *evt) {
+bool add_evt(cl_conn_evt_rec *rec, const wl_evt_info_t *evt) {
     const clts_time now = clts_now();
     store_event(*rec, *evt, now.msec);
     advance_stage_clock(*rec, *evt, now.msec);
     note_event(*rec, *evt, now);
     if (evt->info_code == INFO_PORTAL && evt->subinfo_code == PORTAL_LOGIN_SUCCESS) {
         complete_portal_login(rec);
-        return;
+        return false;
     }
     const bool failed = check_err_code(evt, rec) != 0;
-    if (!failed && rec->is_portal_enabled == 0 && rec->dns_timestamp != 0 && rec->dns_latency != 0)
-        complete(rec);
+    // An answer that took 0 ms deliberately never completes: a latency of 0 says that there was none yet.
+    if (failed || rec->is_portal_enabled != 0 || rec->dns_timestamp == 0 || rec->dns_latency == 0)
+        return true;
+    complete(rec);
+    return false;
 }
 
 void clrec_free(cl_conn_evt_rec *rec) {

@@ -1,4 +1,5 @@
-// The error store: the records of failed attempts, at most five of a client and 512 in all, the oldest pushed out first.
+// The error store: the records of failed attempts, at most five of a client and 512 in all, the oldest pushed out
+// first.
 #include <algorithm>
 #include <cstring>
 #include <iterator>
@@ -41,7 +42,8 @@ int free_slot(const client_hash_rec &client) {
                             std::begin(client.cl_ptr));
 }
 
-/// Of a client with all slots taken.
+/// Of a client with all slots taken. Deliberately a plain compare: around the wrap of the milliseconds the records from
+/// after it count as the oldest.
 int oldest_slot(const client_hash_rec &client) {
     return static_cast<int>(
         std::ranges::min_element(client.cl_ptr, {}, [](const dllist_t *node) { return record_of(node)->timestamp; }) -

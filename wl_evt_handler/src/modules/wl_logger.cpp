@@ -9,6 +9,7 @@
 #include "debug_log.h"
 #include "language_cache_funcs.h"
 #include "payload.h"
+#include "valtrix_socklib.h"
 #include "wl_evt_payloads.h"
 #include "wl_info_codes.h"
 #include "wl_server.h"
@@ -18,6 +19,7 @@ namespace {
 
 constexpr int LEVEL_OF_DETAIL = 7;  // from this debug level on the lines show the attributes of RADIUS packets
 constexpr int RADIUS_SERVER_SIZE = 4;
+constexpr int MAC_SIZE = 6;
 constexpr char RESERVED[] = "Reserved";
 
 /// Events of the access point and of the daemon's own reports have no line.
@@ -87,7 +89,7 @@ prepared_value prepare_value(uint32_t info_code, uint16_t subinfo_code, const ui
 
 void mac_text(const uint8_t *mac, MACADDR &text) {
     if (mac != nullptr)
-        std::snprintf(text, sizeof text, MAC_FMT, MAC_ARGS(mac));
+        (void)socklib_mac_ntoa(mac, MAC_SIZE, text, sizeof text);
 }
 
 void write_line(FILE *fp, const cl_debug_record_params &params, const char *line, int timestamp) {

@@ -31,7 +31,8 @@ const char *interface_of(const ssid_profile_info *profile) {
     return over_the_communication_vlan ? g_comm_vlan_iface_name : profile->external_interface;
 }
 
-/// Whether it goes out is not asked: a failure drops the connection, and the next one registers every SSID.
+/// Whether it goes out is not asked: a failed send drops the connection, and the next one registers every SSID. Without
+/// memory for the packet nothing is sent and the connection is kept: the SSID waits for the next one.
 void send_registration(synch_packet_type type, const ssid_profile_info *profile) {
     (void)send_register_unregister_req_to_synch_agent(type, APPLICATION, APPLICATION_NUMBER, interface_of(profile),
                                                       profile->ssid, ssid_len(profile));
@@ -184,12 +185,16 @@ void send_cl_portal_login_packet(ssid_profile_info *profile, wl_client_info *cli
     const int32_t cur_time = wall_clock_seconds();
     const portal_cl_auth_info *const auth = portal_login_to_send(client, cur_time);
     if (auth == nullptr) {
+        // Deliberately also for a client without any portal login: else the line that follows every 802.1X
+        // authorisation in the log would be missing.
         WL_LOG(3, "Completed with blaskout time. This entry should have been deleted. Not sending synch pakcet.");
         return;
     }
     app_data_info_t payload{};
     fill_portal_cl_auth_info(profile, client, auth, payload.data, cur_time);
     payload.data_len = static_cast<uint16_t>(get_portal_cl_auth_info_len(profile, auth));
+    // Deliberately sent whatever the profile's path is: else the agent would not hear of logins at an SSID that is not
+    // registered with it. The packet carries the path.
     (void)send_packet_to_synch_agent(SYNCH_PORTAL_LOGIN, CLIENT_IS_ACTIVE, &payload, profile->ssid, ssid_len(profile),
                                      nullptr, profile->iapc_path);
 }

@@ -141,7 +141,7 @@ const portal_cl_auth_info *portal_login_to_send(const wl_client_info *client, in
     if (client->portal_cl_info == nullptr)
         return nullptr;
     const portal_cl_auth_info *const auth = client->portal_cl_info->portal_cl_auth_info;
-    return auth != nullptr && auth->blackout_expire > cur_time ? auth : nullptr;
+    return auth != nullptr && seconds_between(cur_time, auth->blackout_expire) >= 1 ? auth : nullptr;
 }
 
 size_t get_okc_info_len(const dot1x_pmk_cl_data *pmk) {

@@ -1,5 +1,5 @@
-/// What the sources of the synchronisation share: how the clients of an SSID become the records of a packet. Main thread
-/// only.
+/// What the sources of the synchronisation share: how the clients of an SSID become the records of a packet. Main
+/// thread only.
 #pragma once
 
 #include <cstddef>
@@ -16,13 +16,13 @@ constexpr uint8_t CLIENT_INFO_ANSWER = 2;
 /// @return seconds of the wall clock, the low 32 bits on every machine
 int32_t wall_clock_seconds();
 
-/// The key of a client that the neighbours get: that of the full authentication, else that of opportunistic key caching.
-/// Only a key that expires this very second is left out: one that has expired is deliberately sent.
+/// The key of a client that the neighbours get: that of the full authentication, else that of opportunistic key
+/// caching. Only a key that expires this very second is left out: one that has expired is deliberately sent.
 ///
 /// @return null when there is none
 [[nodiscard]] const dot1x_pmk_cl_data *pmk_to_send(const wl_client_info *client, const os_reltime *now);
 
-/// The portal login of a client whose blackout lies ahead.
+/// The portal login of a client whose blackout lies ahead, by the 32 bits of both times: also across their wrap.
 ///
 /// @param cur_time  seconds of the wall clock
 /// @return null when there is none

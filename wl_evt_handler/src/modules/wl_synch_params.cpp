@@ -146,7 +146,7 @@ int is_iface_up(const char *name) {
     }
     const unsigned flags = static_cast<uint16_t>(request.ifr_flags);
     if ((flags & IFF_UP) == 0 || (flags & IFF_RUNNING) == 0) {
-        WL_LOG(3, "ioctl[SIOCGIFFLAGS], iface name %s flags %02X", request.ifr_name, flags);
+        WL_LOG(3, "ioctl[SIOCGIFFLAGS], iface name %s flags %02X", name, flags);
         return -1;
     }
     return 0;

@@ -41,8 +41,8 @@ constexpr char DETAILS_HANDLER[] = "wl_handle_traffic_test_details";
 // Support tools search for the texts of this file as they stand: "wl_traffic_test:Invalid PID" has no blank behind its
 // colon, and "for  Invalid interface name" has two where the leave's has one.
 
-/// A negative process id names a process group, and -1 every process there is. It is deliberately not refused: only local
-/// processes can send the event that brings it.
+/// A negative process id names a process group, and -1 every process there is. It is deliberately not refused: only
+/// local processes can send the event that brings it.
 void kill_script() {
     char command[32];
     (void)snprintf(command, sizeof command, "kill -15 %d &", sta.ap_test_pid);

@@ -98,8 +98,8 @@ int read_header(int fd, synch_tcp_pkt_info_t *info, char *err) {
     return info->recvd_len < HEADER_SIZE ? 1 : 0;
 }
 
-/// Receives what is missing behind the header, with one read. Unlike for the header, an interrupted read is deliberately
-/// an error here: the connection starts afresh.
+/// Receives what is missing behind the header, with one read. Unlike for the header, an interrupted read is
+/// deliberately an error here: the connection starts afresh.
 ///
 /// @return as handle_synch_sock_tcp_read
 int read_body(int fd, synch_tcp_pkt_info_t *info, char *err) {

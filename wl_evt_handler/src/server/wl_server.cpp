@@ -182,8 +182,8 @@ void wl_modules_init() {
     init_logger();
     init_iface_table();
     bw_init();
-    wl_client_ts_init();
-    wl_detailed_client_ts_init();
+    (void)wl_client_ts_init();  // without it the daemon runs all the same
+    (void)wl_detailed_client_ts_init();
     wl_ap_ts_init();
     wl_init_cl_cache_info();
     WL_LOG(7, "Initialized WL Modules");

@@ -1,5 +1,5 @@
-/// The APC feature of SSID profiles: whether it is on for a BSSID, and the identifier that its connection reports carry.
-/// Runs on the main thread and on the timer thread.
+/// The APC feature of SSID profiles: whether it is on for a BSSID, and the identifier that its connection reports
+/// carry. Runs on the main thread and on the timer thread.
 #pragma once
 
 #include <cstdint>

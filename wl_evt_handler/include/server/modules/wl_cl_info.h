@@ -1,7 +1,7 @@
 /// The per-SSID cache of clients: the keys of their 802.1X authentication, their captive-portal login, role, VLAN and
-/// bandwidth. "VRE.cl_info" brings and takes keys and logins, "VRE.node_authorize" and "VRE.node_leave" say who is here.
-/// A record lives as long as it holds a key or a login or its client is active. Key material is wiped before its memory
-/// is released and never logged. Main thread only.
+/// bandwidth. "VRE.cl_info" brings and takes keys and logins, "VRE.node_authorize" and "VRE.node_leave" say who is
+/// here. A record lives as long as it holds a key or a login or its client is active. Key material is wiped before its
+/// memory is released and never logged. Main thread only.
 #pragma once
 
 #include <cstddef>

@@ -1,9 +1,9 @@
-/// Client troubleshooting: why a client could not connect. Every client that starts to join gets a connection record that
-/// collects the events of its attempt, until the attempt is judged a success or a failure; the verdict leaves on the bus,
-/// records of failed attempts stay in a bounded store that can be dumped to a file.
+/// Client troubleshooting: why a client could not connect. Every client that starts to join gets a connection record
+/// that collects the events of its attempt, until the attempt is judged a success or a failure; the verdict leaves on
+/// the bus, records of failed attempts stay in a bounded store that can be dumped to a file.
 ///
-/// Handlers run on the main thread; a timer thread ends attempts that stand still. Both hold the mutex of conn_cb around
-/// all work on its tables, counters and records.
+/// Handlers run on the main thread; a timer thread ends attempts that stand still. Both hold the mutex of conn_cb
+/// around all work on its tables, counters and records.
 #pragma once
 
 #include <cstdint>
@@ -47,7 +47,8 @@ enum cl_conn_state : uint8_t {
 };
 
 /// A client's attempt to connect. IPv4 addresses are in network order as they came; timestamps in milliseconds are the
-/// wall clock's, cut to 32 bits, 0 for not yet; latencies are milliseconds.
+/// wall clock's, cut to 32 bits, 0 for not yet; latencies are milliseconds. Not packed: it never leaves memory, and
+/// packed members could neither be bound to references nor be passed by address on the target.
 struct cl_conn_evt_rec {
     struct cl_info cl_info;
     uint32_t gmt;        // second of creation
@@ -105,23 +106,23 @@ void vre_wl_client_ts_dump(vre_iw_cmd_t e, void *buf, int len);
 /// Switches the tracking on or off.
 ///
 /// @return 0; -1 when the module is off
-int wl_client_ts_enable(int enable);
+[[nodiscard]] int wl_client_ts_enable(int enable);
 
 /// Dumps error records to the file that the request names: of one client, or all for ff:ff:ff:ff:ff:ff.
 ///
 /// @param request  the 38 bytes of a vre_client_ts_conn_err_log_dump
 /// @return 0; -1 when the module is off or the file cannot be opened
-int wl_client_ts_dump(const void *request);
+[[nodiscard]] int wl_client_ts_dump(const void *request);
 
 /// Starts the module and its timer thread. Called once, when the process has detached.
 ///
 /// @return 0; -1 no memory for a table, -EIO no mutex, -ENXIO no thread: the module is then off
-int wl_client_ts_init();
+[[nodiscard]] int wl_client_ts_init();
 
 /// Makes the table of the detailed log.
 ///
 /// @return 0 or -1
-int wl_detailed_client_ts_init();
+[[nodiscard]] int wl_detailed_client_ts_init();
 
 /// Stops the timer thread, which may take the 30 seconds of its sleep. Records are not freed.
 void wl_client_ts_deinit();

@@ -65,7 +65,7 @@ struct ssid_profile_info {
     ssid_profile_flags flags;
     ssid_role_flags role_flags;
     list_t *role_derivation_rules;  // role_derivation_rule records
-    uint8_t nack;                   // 1: the synch agent refused the SSID; counted in g_synch_nack_count
+    uint8_t nack;                   // 1: refused by the synch agent, or interface down; counted in g_synch_nack_count
     uint8_t send_cl_info_req;       // 1: ask for client information as soon as the synch agent has registered the SSID
     uint8_t synch_registered;       // 1: the synch agent has registered the SSID
     hash_table_t cl_info_hash;      // wl_client_info records by MAC; all zero for a role profile
