@@ -1,7 +1,6 @@
-// The access point's own events one after the other, on a configuration file and a cache file of any bytes, with the
-// files of an SSID profile. The input is these files, each two bytes of length and its bytes, then a sequence of events:
-// a byte that says which, a byte with its length, and its payload. Above the last event there are steps of the clock,
-// direct reports and restarts.
+// The access point's own events one after the other, on a configuration file, a cache file and the files of an SSID
+// profile of any bytes. The input is these four files, each two bytes of length and its bytes, and then a sequence of
+// actions: a byte that says which, and what that one needs, which for an event is a byte with its length and its payload.
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -135,7 +134,7 @@ void receive(void (*handle)(vre_iw_cmd_t, void *, int), vre_iw_cmd_t e, const by
     handle(e, received.data(), received.length());
 }
 
-/// An event of user space whose value is what there is of the input's next block.
+/// An event of user space with an info code and a value.
 void user_space(uint8_t code, const byte_string &value) {
     receive(handle_vre_userspace_event, VRE_USERSPACE_EVT, event_payload().u32(5, code).item(7, value).bytes());
 }
