@@ -1,6 +1,6 @@
 // The access point's own events one after the other, on a configuration file, a cache file and the files of an SSID
 // profile of any bytes. The input is these four files, each two bytes of length and its bytes, and then a sequence of
-// actions: a byte that says which, and what that one needs, which for an event is a byte with its length and its payload.
+// actions: a byte that says which, and what that one needs: for an event a byte with its length and its payload.
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
