@@ -39,6 +39,11 @@ def shared(profile_id: int, ssid: str, vaps: str = "ath0", **more: object) -> di
     )
 
 
+def mark_as_running(profile_id: int) -> None:
+    with open(f"{folder(profile_id)}/running", "w", encoding="ascii"):
+        pass
+
+
 def remove_profile(profile_id: int) -> None:
     shutil.rmtree(folder(profile_id))
 

@@ -13,7 +13,7 @@ from collections.abc import Sequence
 from contextlib import suppress
 from typing import TypeVar
 
-from sim import bandwidth, bus, commands, profiles, reload
+from sim import ap_reports, bandwidth, bus, commands, profiles, reload
 from sim.access_point import CRASH_RECORD, LOG
 from sim.agent.agent import ACCEPT, IGNORE, REFUSE
 from sim.attempts import ATTEMPTS
@@ -43,6 +43,7 @@ HELP = f"""\
   level N             set the debug level over the bus (2 to 7)
   steer CODE          send a smart-steering event with this code
   vlans V,V,...       report VLANs as the sensor does (0 is untagged traffic)
+  vap NAME up|down    tell that a VAP went up or down: "vap ath0 down"; the same is reported once a minute at most
   send EVENT [HEX]    send any event; without HEX with a typical payload
   events              the names of the events
   profile add [ID]    load an SSID profile from its files ({synch.PROFILE}: {synch.SSID})
@@ -167,6 +168,12 @@ class Prompt(cmd.Cmd):
 
     def do_vlans(self, arg: str) -> None:
         self.stage.send("VRE.vlan.detector", vlan_information({int(vlan) for vlan in arg.split(",")}))
+
+    def do_vap(self, arg: str) -> None:
+        name, state = arg.split()
+        if state not in ("up", "down"):
+            raise ValueError
+        self.stage.send("VRE.vap_down", ap_reports.vap_event(name, up=state == "up", band=ap_reports.BAND_5_GHZ))
 
     def do_send(self, arg: str) -> None:
         event, _, digits = arg.partition(" ")

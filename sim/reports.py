@@ -11,7 +11,7 @@ import socket
 import struct
 from dataclasses import dataclass, field
 
-from sim import events
+from sim import ap_reports, events
 from sim.events import mac_bytes, mac_text
 
 REPORT = "VRE.debug.client_info"
@@ -224,12 +224,14 @@ def decode_forwarded(payload: bytes) -> Forwarded:
 
 
 def describe(event: str, payload: bytes) -> str:
-    """A message of the bus, for people: what client troubleshooting has published is taken apart."""
+    """A message of the bus, for people: reports and forwarded events are taken apart."""
     try:
         if event == REPORT:
             return f"{event}, {len(payload)} bytes:\n{decode(payload)}"
         if event == FORWARDED:
             return f"{event}, {len(payload)} bytes: {decode_forwarded(payload)}"
-    except Malformed:
+        if event == ap_reports.REPORT:
+            return f"{event}, {len(payload)} bytes: {ap_reports.decode(payload)}"
+    except (Malformed, ap_reports.Malformed):
         pass
     return events.describe(event, payload)

@@ -7,7 +7,7 @@ import sys
 from collections.abc import Callable, Iterable, Iterator, Sequence
 from typing import TypeVar
 
-from sim import reload, reports
+from sim import ap_reports, reload, reports
 from sim.access_point import AccessPoint, LogRecord
 from sim.agent.agent import Agent
 from sim.agent.neighbour import Neighbour
@@ -43,11 +43,12 @@ def _worth_showing(record: LogRecord) -> bool:
 
 
 def _description(name: str, message: Message) -> str | None:
-    """What to show of a message that a peer got. Every peer gets the reports and forwarded events of clients: they are
-    shown once, and forwarded events not at all, which say what the event has said."""
-    if message.event == reports.FORWARDED or (message.event == reports.REPORT and name != "/wl_evt_proxy"):
+    """What to show of a message that a peer got. Every peer gets the reports and forwarded events: they are shown once,
+    and forwarded events not at all, which say what the event has said."""
+    is_report = message.event in (reports.REPORT, ap_reports.REPORT)
+    if message.event == reports.FORWARDED or (is_report and name != "/wl_evt_proxy"):
         return None
-    receiver = "every peer" if message.event == reports.REPORT else name
+    receiver = "every peer" if is_report else name
     return f"{receiver} gets {reports.describe(*message)}"
 
 

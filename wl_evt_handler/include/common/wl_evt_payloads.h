@@ -74,6 +74,49 @@ struct [[gnu::packed]] vre_traffic_test_pid {
 };
 static_assert(sizeof(vre_traffic_test_pid) == 10);
 
+/// Event 83, statistics of a channel.
+struct [[gnu::packed]] vre_evt_ch_stats_data {
+    uint8_t sub_event_id;
+    be_u32 chan;
+    be_u16 index;
+    be_u32 ap_score;
+    uint8_t nonwifi_per;  // percent
+    int8_t chan_busy_percentage;
+};
+static_assert(sizeof(vre_evt_ch_stats_data) == 13);
+
+/// Event 83, the channel has changed.
+struct [[gnu::packed]] vre_evt_ch_change_cause_data {
+    uint8_t event_id;
+    uint8_t sub_event_id;  // the cause
+};
+static_assert(sizeof(vre_evt_ch_change_cause_data) == 2);
+
+/// Event 83, a channel was selected or kept.
+struct [[gnu::packed]] vre_evt_ch_select_data {
+    uint8_t sub_event_id;
+    uint8_t cur_chan;
+    uint8_t operating_mode;
+};
+static_assert(sizeof(vre_evt_ch_select_data) == 3);
+
+/// Events 81 and 82: the transmit power of a radio.
+struct [[gnu::packed]] vre_evt_txpow_change {
+    be_i32 old_tx_power;  // dBm
+    be_i32 new_tx_power;  // dBm
+    char radio[10];       // may lack its NUL
+};
+static_assert(sizeof(vre_evt_txpow_change) == 18);
+
+/// Event 84: a VAP went up or down.
+struct [[gnu::packed]] vre_vap_down_data {
+    uint8_t vap_up_or_down;  // 1: up
+    uint8_t vap_cur_band;    // 1: 2.4 GHz, 0: 5 GHz
+    uint8_t vap_stop_reason;
+    char vap_name[33];  // may lack its NUL
+};
+static_assert(sizeof(vre_vap_down_data) == 36);
+
 /// Event 96: an SSID profile was added or deleted.
 struct [[gnu::packed]] vre_profile_update_evt_info {
     be_u32 profile_id;
