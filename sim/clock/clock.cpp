@@ -1,11 +1,12 @@
 // A clock that runs at another pace than the machine's. Preloaded into a program like the simulated driver, it answers
-// clock_gettime, gettimeofday and time, and waits as long as sleep, usleep, nanosleep and select shall take by that clock.
+// clock_gettime, gettimeofday and time, and waits as long as sleep, usleep, nanosleep and select shall take by that
+// clock.
 //
 // /tmp/sim/clock, read anew at every call, is one line of six numbers (times in nanoseconds):
 //   START BASE FACTOR LIMIT THEN EPOCH
 // At the machine's monotonic time START the program's is BASE; it runs FACTOR times as fast until it has advanced by
-// LIMIT, and THEN times as fast from there on (0: it stands still). The wall clock is EPOCH ahead of it. Without the file
-// time is the machine's.
+// LIMIT, and THEN times as fast from there on (0: it stands still). The wall clock is EPOCH ahead of it. Without the
+// file time is the machine's.
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>

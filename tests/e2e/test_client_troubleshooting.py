@@ -484,6 +484,21 @@ def test_a_switch_of_three_bytes_changes_nothing(cell):
     cell.report()
 
 
+def test_events_are_followed_while_the_timer_sweeps_all_the_time(cell):
+    cell.clock.run(3000)  # a sweep every 10 ms; an attempt stands still after 40
+    for number in range(300):
+        station = Station(mac_of(number % 50), NETWORKS[number % 4], cell.ap.send_event)
+        station.join()
+        station.handshake(WRONG_KEY)
+        station.dhcp(DISCOVER)
+        if number % 20 == 0:
+            cell.dump()
+    cell.ap.settle()
+    assert cell.sweeps() > 3
+    assert cell.ap.reload("APPL_SANITY_TEST ") == b"SUCCESS\0"
+    assert cell.dump().startswith("AP has ")
+
+
 # Forwarded events
 
 
