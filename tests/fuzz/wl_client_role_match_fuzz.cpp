@@ -3,6 +3,7 @@
 #include "wl_client_role_internal.h"
 
 #include <algorithm>
+#include <bitset>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -15,36 +16,37 @@
 
 namespace {
 
-/// Whether a text matches from here on, by a table of all ends of the two.
+constexpr size_t LONGEST_PATTERN = 2100;  // more than the fuzzer makes
+
+/// Where the search may stand in the pattern: before its first token, its second and so on.
+using places = std::bitset<LONGEST_PATTERN + 3>;
+
+/// Follows all ways through a pattern at once, one character of the text after the other.
 bool matches(std::string_view text, std::string_view pattern) {
-    struct token {
-        bool any;
-        char character;
-    };
-    std::vector<token> tokens = {{true, 0}};
+    places star;
+    star.set(0);  // neither end is anchored
+    std::vector<places> character(256);
+    size_t end = 1;
     for (size_t i = 0; i < pattern.size(); i++) {
-        if (pattern[i] == '*')
-            tokens.push_back({true, 0});
-        else if (pattern.substr(i, 2) == "\\*")
-            tokens.push_back({false, pattern[++i]});
-        else
-            tokens.push_back({false, pattern[i]});
-    }
-    tokens.push_back({true, 0});
-    // row[i]: the rest of the text matches the tokens from i on. The end of the text first.
-    std::vector<bool> row(tokens.size() + 1);
-    for (size_t at = text.size() + 1; at-- > 0;) {
-        std::vector<bool> next(row.size());
-        next[tokens.size()] = at == text.size();
-        for (size_t i = tokens.size(); i-- > 0;) {
-            if (tokens[i].any)
-                next[i] = next[i + 1] || (at < text.size() && row[i]);
-            else
-                next[i] = at < text.size() && text[at] == tokens[i].character && row[i + 1];
+        if (pattern[i] == '*') {
+            if (!star[end - 1])
+                star.set(end++);
+            continue;
         }
-        row = next;
+        if (pattern.substr(i, 2) == "\\*")
+            i++;
+        character[static_cast<uint8_t>(pattern[i])].set(end++);
     }
-    return row[0];
+    if (!star[end - 1])
+        star.set(end++);
+    places at;
+    at.set(0);
+    at |= (at & star) << 1;
+    for (const char next : text) {
+        at = (at & star) | (at & character[static_cast<uint8_t>(next)]) << 1;
+        at |= (at & star) << 1;
+    }
+    return at[end];
 }
 
 /// A text in a block of just its size.
@@ -66,6 +68,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string_view pattern = input.substr(0, input.find('\0'));
     std::string_view text = input.substr(std::min(size, pattern.size() + 1));
     text = text.substr(0, text.find('\0'));
+    if (pattern.size() > LONGEST_PATTERN)
+        return 0;
     const int expected = !text.empty() && !pattern.empty() && matches(text, pattern);
     if (is_matchstr_found_in_str(exact_text(text).get(), exact_text(pattern).get()) != expected)
         __builtin_trap();
