@@ -1,4 +1,5 @@
-// The wildcard search of role rules. Its traces are at level 3, where support engineers look for a role that is missing.
+// The wildcard search of role rules. Its traces are at level 3, where support engineers look for a role that is
+// missing.
 #include <cstdlib>
 #include <cstring>
 
