@@ -1,5 +1,5 @@
-// The file of role derivation rules, of any bytes, and a search among the rules it makes. The input is the file; the name
-// that is searched is its first line's end.
+// The file of role derivation rules, of any bytes, and a search among the rules it makes. The input is the file; the
+// name that is searched is its first line's end.
 #include "wl_client_role_internal.h"
 
 #include <cerrno>

@@ -520,8 +520,8 @@ TEST_F(RoleSearch, TracesWhatItLooksAt) {
 }
 
 TEST_F(RoleSearch, TracesNumbersWithoutASign) {
-    read(
-        "RDP_METHOD=1\nVENDOR_ID=-1\nATTRIBUTE_ID=-2\nMATCH_TYPE=3\nMATCH_TEXT=x\nROLE_IDS=0xFFFFFFFE\nRDP_RULE_END=1\n");
+    read("RDP_METHOD=1\nVENDOR_ID=-1\nATTRIBUTE_ID=-2\nMATCH_TYPE=3\nMATCH_TEXT=x\nROLE_IDS=0xFFFFFFFE\n"
+         "RDP_RULE_END=1\n");
     by.vendor_id = 0xFFFFFFFF;
     by.attr_id = 0xFFFFFFFE;
     const std::string ME = "get_role_id_by_role_name: ";

@@ -162,8 +162,8 @@ byte_string cl_role(const std::string &role, uint8_t inherits) {
         .bytes();
 }
 
-/// Profile 1, the SSID "net", whose rules give the role 100, "staff", to that name from RADIUS and to the organisational
-/// unit "crew".
+/// Profile 1, the SSID "net", whose rules give the role 100, "staff", to that name from RADIUS and to the
+/// organisational unit "crew".
 class ClientRole : public ClientCache {
 protected:
     void SetUp() override {

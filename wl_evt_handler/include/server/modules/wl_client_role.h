@@ -1,6 +1,6 @@
 /// Roles of clients. A role is an SSID profile of its own whose VLAN, limits and policies replace or complement those
-/// of the SSID that a client has joined. The authenticator says who a client is; the rules of the SSID profile say which
-/// role that means; the driver, bandwidth control and the bus are told. Main thread only.
+/// of the SSID that a client has joined. The authenticator says who a client is; the rules of the SSID profile say
+/// which role that means; the driver, bandwidth control and the bus are told. Main thread only.
 #pragma once
 
 #include <cstdint>
