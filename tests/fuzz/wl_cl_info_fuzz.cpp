@@ -1,9 +1,11 @@
 // The events of the client cache one after the other, and dumps between them. The input is a sequence of actions: a
 // byte that says which, and what that one needs. Raw payloads are a byte with their length and their bytes; composed
 // ones are made of a byte with the client, the profile and the VAP.
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <map>
 #include <span>
 
@@ -20,6 +22,17 @@ extern "C" FILE *__wrap_fopen(const char *path, const char *mode) {
     if (std::strcmp(mode, "we") != 0)
         return __real_fopen(path, mode);
     return path[0] == '\0' ? nullptr : __real_fopen("/dev/null", mode);
+}
+
+extern "C" int __real_open(const char *path, int flags, mode_t mode);
+
+/// The device of the traffic module, for which the product waits, is there and refuses every request.
+extern "C" int __wrap_open(const char *path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    return __real_open(std::strcmp(path, "/dev/app_visibility") == 0 ? "/dev/null" : path, flags, mode);
 }
 
 namespace {

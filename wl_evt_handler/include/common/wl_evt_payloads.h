@@ -227,3 +227,14 @@ struct [[gnu::packed]] role_info {
     be_u32 role_id;
 };
 static_assert(sizeof(role_info) == 46);
+
+constexpr size_t CLIENT_ROLE_SIZE = 33;  // bytes of a role's name that count
+
+/// Event 44: the role of a client.
+struct [[gnu::packed]] vre_cl_role {
+    char macaddr[20];  // MAC address as a text
+    char role[40];
+    be_u32 profile_id;
+    uint8_t is_inherit_ssid_portal;
+};
+static_assert(sizeof(vre_cl_role) == 65);

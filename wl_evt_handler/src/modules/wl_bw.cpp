@@ -65,12 +65,6 @@ void fill_sta_request(const char *function, wl_evt_info_t *info, vre_iw_cmd_t e,
     bw.to_state = to_state & 1;
 }
 
-void bw_set_limit(vre_iw_cmd_t event, wl_evt_info_t *info, int) {
-    info->bw.e = event;
-    bw_create_info(info);
-    __bw_set_limit(&info->bw);
-}
-
 void bw_clr_limit(vre_iw_cmd_t event, wl_evt_info_t *info, int) {
     info->bw.e = event;
     bw_create_info(info);
@@ -93,6 +87,12 @@ bool leaves_stations_alone(const ssid_profile_info *ssid) {
 }
 
 }  // namespace
+
+void bw_set_limit(vre_iw_cmd_t event, wl_evt_info_t *info, int) {
+    info->bw.e = event;
+    bw_create_info(info);
+    __bw_set_limit(&info->bw);
+}
 
 void vre_bw_set_limit(vre_iw_cmd_t event, void *msg, int len) {
     wl_evt_info_t info;

@@ -10,14 +10,6 @@
 #include "wl_cl_info.h"
 #include "wl_common.h"
 
-/// @return the client of a profile's cache, still the cache's; null when it is not there
-[[nodiscard]] wl_client_info *find_cached_client(const ssid_profile_info *profile, const uint8_t *mac);
-
-/// Adds a new client to a profile's cache; it must not be there.
-///
-/// @return the client, the cache's; null when memory is short or the profile has no cache
-[[nodiscard]] wl_client_info *add_cached_client(ssid_profile_info *profile, const uint8_t *mac);
-
 /// The actions of "VRE.cl_info". Each checks that the event's codes are its own.
 ///
 /// @param info  decoded event with a client address
@@ -60,6 +52,3 @@ void dump_cl_hapd_info(FILE *out, const hapd_cl_info *hapd);
 void dump_cl_portal_info(FILE *out, const portal_cl_info *portal);
 void dump_cl_role_info(FILE *out, const wl_client_info *client);
 void dump_cl_role_info_brief(FILE *out, const wl_client_info *client);
-
-/// @return the name of a vre_rdp_method, "Unknown" for any other number
-[[nodiscard]] const char *get_rdp_method_str(uint8_t method);

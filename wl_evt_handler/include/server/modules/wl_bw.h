@@ -4,10 +4,16 @@
 /// "/tmp/.wl.bw_cache". The handlers run on the main thread and never wait for a script.
 #pragma once
 
+#include "wl_common.h"
 #include "wl_events.h"
 
 /// "VRE.bw.set": sets a BSS's or a station's limit.
 void vre_bw_set_limit(vre_iw_cmd_t event, void *msg, int len);
+
+/// Carries out the set request of a decoded event: `bw` with its limits, priority and flags.
+///
+/// @param info  its `bw` is completed with the station, the profile and the interface
+void bw_set_limit(vre_iw_cmd_t event, wl_evt_info_t *info, int len);
 
 /// "VRE.bw.clr": clears a BSS's limit with everything its profile holds, or a station's limit.
 void vre_bw_clr_limit(vre_iw_cmd_t event, void *msg, int len);

@@ -132,6 +132,17 @@ int handle_client_info_dump_req(const void *request);
 /// @return a new block that is zero but for its `vlan_id`, VLAN_ID_NONE; null when memory is short
 [[nodiscard]] dot1x_pmk_cl_data *get_new_dot1x_pmk_cl_data();
 
+/// @return the client of a profile's cache, still the cache's; null when it is not there
+[[nodiscard]] wl_client_info *find_cached_client(const ssid_profile_info *profile, const uint8_t *mac);
+
+/// Adds a new client to a profile's cache; it must not be there.
+///
+/// @return the client, the cache's; null when memory is short or the profile has no cache
+[[nodiscard]] wl_client_info *add_cached_client(ssid_profile_info *profile, const uint8_t *mac);
+
+/// @return the name of a vre_rdp_method, "Unknown" for any other number
+[[nodiscard]] const char *get_rdp_method_str(uint8_t method);
+
 /// Deletes a client that holds neither key nor login and is not active from the cache of its profile.
 ///
 /// @param profile  may be null: nothing is deleted then

@@ -1,11 +1,15 @@
-/// Roles of clients, derived by the rules of their SSID profile. Main thread only.
+/// Roles of clients. A role is an SSID profile of its own whose VLAN, limits and policies replace or complement those
+/// of the SSID that a client has joined. The authenticator says who a client is; the rules of the SSID profile say
+/// which role that means; the driver, bandwidth control and the bus are told. Main thread only.
 #pragma once
 
 #include <cstdint>
 
 #include "big_endian.h"
 #include "lists.h"
+#include "wl_common.h"
 
+struct role_info;
 struct ssid_profile_info;
 struct wl_client_info;
 
@@ -35,13 +39,26 @@ struct [[gnu::packed]] role_client {
 static_assert(sizeof(role_client) == 47);
 using role_client_t = role_client;
 
-/// A rule of an SSID profile; the value of its list of rules.
-struct role_derivation_rule {
-    char *match_text;  // heap
-    list_t *role_ids;  // ids of role profiles, held as the list's values themselves
+/// How the text of a rule is compared with what the authenticator says.
+enum role_match_type : uint8_t {
+    MATCH_EXACT = 1,     // with the names of the roles themselves
+    MATCH_CONTAINS = 2,  // "*" stands for anything
+    MATCH_EQUALS = 3,
 };
 
-/// Reads the role derivation rules of a profile.
+/// A rule of an SSID profile; the value of its list of rules.
+struct role_derivation_rule {
+    uint32_t rule_id;
+    uint8_t rdp_method;       // vre_rdp_method
+    uint8_t rdp_method_type;  // kept, not used
+    uint32_t vendor_id;
+    uint32_t attribute_id;
+    uint8_t match_type;  // role_match_type
+    char *match_text;    // heap, or null
+    list_t *role_ids;    // ids of role profiles, held as the list's values themselves
+};
+
+/// Reads the role derivation rules of a profile and appends them to those it has.
 ///
 /// @return 0; -1 when their file cannot be opened
 int save_role_derivation_rules(ssid_profile_info *profile);
@@ -49,7 +66,16 @@ int save_role_derivation_rules(ssid_profile_info *profile);
 /// Frees a role_derivation_rule, as the list of rules needs it.
 void free_role_derivation_rule(void *rule);
 
-/// Tells the driver of a client's role.
+/// Finds the role of a client and applies it.
 ///
-/// @return 0 or -1
+/// @param info  the decoded event; its bandwidth request is filled
+/// @param role  what the authenticator says; the name of a role that was given by id is filled in
+void handle_client_role_set(vre_iw_cmd_t event, wl_evt_info_t *info, int len, struct role_info *role);
+
+/// Takes a client's role away in the driver and forgets the client.
+void handle_client_role_clear(vre_iw_cmd_t event, wl_evt_info_t *info, int len);
+
+/// Tells the kernel's traffic module of a client's role. Waits for its device, for ever if need be.
+///
+/// @return 0; -1 when the device refuses
 int send_role_ioctl(ssid_profile_info *profile, wl_client_info *client, role_ioctl_action action);
