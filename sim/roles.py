@@ -121,7 +121,7 @@ class Rule(NamedTuple):
             "ROLE_IDS": ",".join(map(str, self.roles)),
             "RDP_RULE_END": number,
         }
-        return [f"{key}={value}\n" for key, value in pairs.items()]
+        return [f"{key}={value}\n" for key, value in pairs.items() if value]
 
 
 def write_rules(profile_id: int, *rules: Rule) -> None:

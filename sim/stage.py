@@ -7,7 +7,7 @@ import sys
 from collections.abc import Callable, Sequence
 from typing import TypeVar
 
-from sim import reload, reports
+from sim import reload, reports, roles
 from sim.access_point import AccessPoint, LogRecord
 from sim.agent.agent import Agent
 from sim.agent.neighbour import Neighbour
@@ -30,6 +30,8 @@ _COLOURS = {
     "file": "35",
     "agent": "34",
     "AP 2": "33",
+    "driver": "33",
+    "device": "33",
     "log": "2",
     "syslog": "2",
     "clock": "36",
@@ -43,14 +45,24 @@ def _worth_showing(record: LogRecord) -> bool:
     return record.function != "init_synch_sock" and f"[{_SANITY_TEST}]" not in record.message
 
 
+# Every peer gets these: they are shown once, decoded.
+_DECODERS: dict[str, Callable[[bytes], object]] = {
+    reports.REPORT: reports.decode,
+    roles.CLIENT_ROLE: roles.decode_client_role,
+    roles.EVENT: roles.decode_applied_role,
+}
+
+
 def _description(name: str, message: Message) -> str | None:
-    """What to show of a message that a peer got. Every peer gets the reports and forwarded events of clients: they are
-    shown once, and forwarded events not at all, which say what the event has said."""
-    if message.event == reports.FORWARDED or (message.event == reports.REPORT and name != "/wl_evt_proxy"):
+    """What to show of a message that a peer got. Forwarded events are not shown: they say what the event has said."""
+    if message.event == reports.FORWARDED:
         return None
-    if message.event == reports.REPORT:
-        return f"every peer gets {message.event}, {len(message.payload)} bytes:\n{reports.decode(message.payload)}"
-    return f"{name} gets {describe(*message)}"
+    if message.event not in _DECODERS:
+        return f"{name} gets {describe(*message)}"
+    if name != "/wl_evt_proxy":
+        return None
+    content = _DECODERS[message.event](message.payload)
+    return f"every peer gets {message.event}, {len(message.payload)} bytes:\n{content}"
 
 
 def show(label: str, text: str) -> None:
@@ -157,6 +169,10 @@ class Stage:
         if self.neighbour is not None:
             for line in self._new_of("neighbour", self.neighbour.lines):
                 show("AP 2", line.replace("; ", "\n"))
+
+    def skip_log(self) -> None:
+        """Leaves out of the news what has been logged up to now."""
+        self._shown = len(self.ap.log())
 
     def _new_of(self, name: str, things: Sequence[T]) -> Sequence[T]:
         """What has been added to a list since the last time; the list may grow meanwhile."""
