@@ -1,8 +1,8 @@
-"""Roles and VLANs of clients: what the authenticator says of a client, the rules of an SSID, and the records by which the
-daemon tells the neighbours; all integers are big-endian.
+"""Roles and VLANs of clients: what the authenticator says of a client, the rules of an SSID, and the records by which
+the daemon tells the neighbours; all integers are big-endian.
 
-A record that has not its size, or whose texts are not terminated and filled up with zeros, is refused with Malformed, so
-whatever is decoded here is well-formed.
+A record that has not its size, or whose texts are not terminated and filled up with zeros, is refused with Malformed,
+so whatever is decoded here is well-formed.
 """
 
 from __future__ import annotations

@@ -1,4 +1,4 @@
-"""Clients get roles and VLANs: from a RADIUS attribute, an organisational unit, a failed authentication, or as their own."""
+"""Clients get roles and VLANs: by a RADIUS attribute, an organisational unit, a failed authentication, or their own."""
 
 from __future__ import annotations
 

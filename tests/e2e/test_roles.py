@@ -1,7 +1,8 @@
-"""Roles and VLANs: from what the authenticator says of a client to the driver, the device, bandwidth control and the bus."""
+"""Roles and VLANs: from what the authenticator says of a client to driver, device, bandwidth control and bus."""
 
 import os
 import struct
+from dataclasses import replace
 
 import pytest
 
@@ -90,17 +91,12 @@ class Campus:
         return [record.message for record in self.ap.log() if record.function == function]
 
 
-def write_campus(**keys):
-    CAMPUS_KEYS = {**CAMPUS.keys, **keys}
-    Network(CAMPUS.ssid, CAMPUS.vap, CAMPUS.bssid, CAMPUS.profile, keys=CAMPUS_KEYS).write()
-
-
 @pytest.fixture
 def start_campus(start_with_vaps):
     """Starts the access point with the network and its roles, where two clients are."""
 
     def start(**keys):
-        write_campus(**keys)
+        replace(CAMPUS, keys={**CAMPUS.keys, **keys}).write()
         roles.write_rules(CAMPUS.profile, *RULES)
         roles.write_role(STAFF, "Staff", CAMPUS.vap, **OF_STAFF)
         roles.write_role(STUDENTS, "Students", CAMPUS.vap, INHERIT_FROM_SSID=1, WEBQ_ENABLED=1, FIREWALL_ENABLED=1)
@@ -224,6 +220,19 @@ def test_a_failed_authentication_leads_to_the_role_of_that_id(campus):
     assert published(campus, CLIENT_ROLE) == [client_role_record(ALICE, "Guests", 0)]
     assert raw_device_requests(campus) == [device_record(1, ALICE, GUESTS, method=3, name="Guests", flags=0)]
     assert campus.vlans() == [VlanRequest(CAMPUS.vap, ALICE, 30)]
+
+
+def test_a_role_s_name_is_all_that_is_told_of_it(campus):
+    # The role's name takes the place of a longer one.
+    roles.write_role(40, "Lab", CAMPUS.vap)
+    with open("/tmp/profile40/profile.conf", "r+", encoding="ascii") as file:
+        keys = file.read()
+        file.seek(0)
+        file.write("WL_PROFILE_SSID=Laboratories\n" + keys)
+    campus.ap.send_event("VRE.ssid_profile_update", struct.pack(">IB", 40, 1))
+    campus[ALICE].failed(40)
+    assert published(campus, EVENT) == [applied_record(ALICE, 40, "Lab", 3, 0, 0, 0)]
+    assert raw_device_requests(campus) == [device_record(1, ALICE, 40, method=3, name="Lab", flags=0)]
 
 
 def test_a_failed_authentication_without_id_means_the_ssid(campus):

@@ -1,5 +1,5 @@
-// The relay of what the authenticator says: which handler gets an event, and with what. The handlers are watched through
-// the linker.
+// The relay of what the authenticator says: which handler gets an event, and with what. The handlers are watched
+// through the linker.
 #include "hostapd_event.h"
 
 #include <cstring>
