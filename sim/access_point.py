@@ -27,6 +27,7 @@ ROOT_FILES = os.path.join(os.path.dirname(__file__), "rootfs")
 PROGRAMS = "/opt/ap/bin"  # of sim/rootfs, which the daemon shall find before the machine's own
 LOG = "/tmp/wl.log"
 CRASH_RECORD = "/opt/sensor/stacktrace_wl_evt_handler"
+APP_VISIBILITY = "/dev/app_visibility"
 SANITIZER_REPORTS = "/tmp/wl_sanitizer"
 _SANITIZER_OPTIONS = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS")
 _LOG_PREFIX = re.compile(r"^(\d{4}\.\d\d\.\d\d \d\d:\d\d:\d\d) pid\[(\d+)\] (\w+): ", re.MULTILINE)
@@ -59,6 +60,13 @@ def install_root_files() -> None:
                 shutil.copy(os.path.join(folder, name), place)
 
 
+def make_app_visibility() -> None:
+    """Makes the device of the kernel's traffic module, for which the daemon waits for ever. The simulated driver
+    answers the requests on it, without the driver they fail."""
+    with open(APP_VISIBILITY, "wb"):
+        pass
+
+
 def _sanitizers_report_to_files() -> dict[str, str]:
     """The daemon's standard error is /dev/null, where a report would be lost."""
     report = f"log_path={SANITIZER_REPORTS}"
@@ -88,6 +96,7 @@ class AccessPoint:
 
     def __enter__(self) -> AccessPoint:
         install_root_files()
+        make_app_visibility()
         self._syslog = SyslogCollector()
         for name in self._peers_at_start:
             self.add_peer(name)

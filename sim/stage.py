@@ -7,7 +7,7 @@ import sys
 from collections.abc import Callable, Iterable, Iterator, Sequence
 from typing import TypeVar
 
-from sim import ap_reports, reload, reports
+from sim import ap_reports, reload, reports, roles
 from sim.access_point import AccessPoint, LogRecord
 from sim.agent.agent import Agent
 from sim.agent.neighbour import Neighbour
@@ -29,6 +29,8 @@ _COLOURS = {
     "file": "35",
     "agent": "34",
     "AP 2": "33",
+    "driver": "33",
+    "device": "33",
     "log": "2",
     "syslog": "2",
     "clock": "36",
@@ -42,13 +44,22 @@ def _worth_showing(record: LogRecord) -> bool:
     return record.function != "init_synch_sock" and f"[{_SANITY_TEST}]" not in record.message
 
 
+_ROLE_DECODERS: dict[str, Callable[[bytes], object]] = {
+    roles.CLIENT_ROLE: roles.decode_client_role,
+    roles.EVENT: roles.decode_applied_role,
+}
+
+
 def _description(name: str, message: Message) -> str | None:
-    """What to show of a message that a peer got. Every peer gets the reports and forwarded events: they are shown once,
-    and forwarded events not at all, which say what the event has said."""
-    is_report = message.event in (reports.REPORT, ap_reports.REPORT)
-    if message.event == reports.FORWARDED or (is_report and name != "/wl_evt_proxy"):
+    """What to show of a message that a peer got. Every peer gets what is for all of them: it is shown once; forwarded
+    events not at all, which say what the event has said."""
+    decode_role = _ROLE_DECODERS.get(message.event)
+    for_all = decode_role is not None or message.event in (reports.REPORT, ap_reports.REPORT)
+    if message.event == reports.FORWARDED or (for_all and name != "/wl_evt_proxy"):
         return None
-    receiver = "every peer" if is_report else name
+    receiver = "every peer" if for_all else name
+    if decode_role is not None:
+        return f"{receiver} gets {message.event}, {len(message.payload)} bytes:\n{decode_role(message.payload)}"
     return f"{receiver} gets {reports.describe(*message)}"
 
 
@@ -177,6 +188,10 @@ class Stage:
         if self.neighbour is not None:
             lines = self._new_of("neighbour", self.neighbour.lines)
             show_all("AP 2", [line.replace("; ", "\n") for line in lines])
+
+    def skip_log(self) -> None:
+        """Leaves out of the news what has been logged up to now."""
+        self._shown = len(self.ap.log())
 
     def _new_of(self, name: str, things: Sequence[T]) -> Sequence[T]:
         """What has been added to a list since the last time; the list may grow meanwhile."""

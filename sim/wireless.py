@@ -41,6 +41,7 @@ class Wireless:
     def __init__(self, *vaps: Vap):
         os.makedirs(os.path.dirname(CONFIGURATION), exist_ok=True)
         self.vaps: dict[str, Vap] = {}
+        self.clients: dict[str, str] = {}  # MAC address of each client that the driver knows, and the name of its VAP
         self.switches: list[str] = []  # further lines of the driver's configuration
         for vap in vaps:
             self.add(vap)
@@ -61,7 +62,8 @@ class Wireless:
         return self.vaps[name]
 
     def write(self) -> None:
-        _write(CONFIGURATION, [*(vap.line() for vap in self.vaps.values()), *self.switches])
+        clients = (f"client {mac} {vap} 0" for mac, vap in self.clients.items())
+        _write(CONFIGURATION, [*(vap.line() for vap in self.vaps.values()), *clients, *self.switches])
 
     def fail(self, *lines: str) -> None:
         """Makes calls fail: lines such as "get_vaps 1 EIO"; none makes all of them work again."""

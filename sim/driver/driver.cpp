@@ -2,7 +2,7 @@
 // emulator `qemu-mips -E LD_PRELOAD=...`; with the address sanitizer also ASAN_OPTIONS=verify_asan_link_order=0) it
 // answers
 //   - SIOCGIWPRIV and the private commands "get_vaps", "set_user_vlan", "set_mac_acl" and "get_cl_radio" on its VAPs,
-//   - opening "/dev/app_visibility" and the request 0x40046401 on it,
+//   - the request 0x40046401 on "/dev/app_visibility", a file that somebody else makes,
 //   - the name, index, flags and hardware address of a VAP whose interface the kernel does not have.
 // Everything else is the kernel's.
 //
@@ -24,7 +24,8 @@
 // SIOCGIFINDEX, SIOCGIFFLAGS, SIOCGIFHWADDR, app_visibility (the request) or open_app_visibility. Calls are counted
 // from the file's last change.
 //
-// SIM_DRIVER_RECORD (/tmp/sim/driver.jsonl): one JSON line for each of these calls, whoever answers it.
+// SIM_DRIVER_RECORD (/tmp/sim/driver.jsonl): one JSON line for each of these calls, whoever answers it. Only opening
+// a device that is not there leaves none: whoever waits for the device does so without a pause.
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -34,7 +35,6 @@
 #include <fcntl.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -338,12 +338,11 @@ int table_request(const sim_config &config, iwreq *request) {
     return error;
 }
 
-/// Whether a descriptor is one that open() below gave, also after dup and fork.
+/// Whether a descriptor is one of the device, also after dup and fork.
 bool is_app_visibility(int fd) {
-    char link[64], target[64];
+    char link[64], target[64] = {};
     snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
-    const ssize_t length = readlink(link, target, sizeof target);
-    return length > 0 && memmem(target, static_cast<size_t>(length), "memfd:app_visibility", 20) != nullptr;
+    return readlink(link, target, sizeof target - 1) > 0 && strcmp(target, APP_VISIBILITY) == 0;
 }
 
 int app_visibility_request(const void *data) {
@@ -358,12 +357,12 @@ int app_visibility_request(const void *data) {
 }
 
 int open_app_visibility(int flags) {
-    const sim_call call = {"open_app_visibility", nullptr, static_cast<uint32_t>(flags), 0, nullptr, 0};
-    int error = sim_fault(call.name);
-    const int fd = error == 0 ? memfd_create("app_visibility", (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0U) : -1;
-    if (error == 0 && fd < 0)
-        error = errno;
     const int before = errno;
+    int error = sim_fault("open_app_visibility");
+    const int fd = error == 0 ? static_cast<int>(syscall(SYS_openat, AT_FDCWD, APP_VISIBILITY, flags, 0)) : -1;
+    if (error == 0 && fd < 0)
+        return fd;
+    const sim_call call = {"open_app_visibility", nullptr, static_cast<uint32_t>(flags), 0, nullptr, 0};
     sim_record(&call, error);
     errno = error != 0 ? error : before;
     return fd;

@@ -75,7 +75,7 @@ const info_subs KNOWN[] = {
     {67, 85, {0}},
     {100, 100, from_to(1, 4)},
     {101, 101, {1, 2}},
-    {104, 104, {0, 39, 42, 43, 46, 47}},
+    {104, 104, {0, 39, 42, 43, 44, 46, 47}},
 };
 
 TEST_F(ShippedCatalogue, HasASentenceOfItsOwnForEveryKnownEvent) {

@@ -263,6 +263,7 @@ TEST(SimDriver, ListsItsVapsAmongTheInterfaces) {
 
 TEST(SimDriver, PlaysTheAppVisibilityDevice) {
     set_driver("");
+    write_file("/dev/app_visibility", "");
     const int device = open("/dev/app_visibility", O_RDONLY | O_CLOEXEC);
     ASSERT_GE(device, 0);
     EXPECT_EQ(fcntl(device, F_GETFD), FD_CLOEXEC);
@@ -282,8 +283,16 @@ TEST(SimDriver, PlaysTheAppVisibilityDevice) {
     EXPECT_EQ(ioctl(copy, APP_VISIBILITY_REQUEST, data.data()), -1);
 }
 
+TEST(SimDriver, LeavesNoRecordOfOpeningAMissingAppVisibilityDevice) {
+    set_driver("");
+    EXPECT_EQ(open("/dev/app_visibility", O_RDONLY), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_NE(access("/tmp/sim/driver.jsonl", F_OK), 0);
+}
+
 TEST(SimDriver, RefusesAnAppVisibilityRequestWithoutData) {
     set_driver("");
+    write_file("/dev/app_visibility", "");
     const int device = open("/dev/app_visibility", O_RDONLY | O_CLOEXEC);
     ASSERT_GE(device, 0);
     EXPECT_EQ(ioctl(device, APP_VISIBILITY_REQUEST, nullptr), -1);
@@ -294,6 +303,7 @@ TEST(SimDriver, RefusesAnAppVisibilityRequestWithoutData) {
 }
 
 TEST(SimDriver, FailsToOpenTheAppVisibilityDevice) {
+    write_file("/dev/app_visibility", "");
     set_faults("open_app_visibility 1 ENOENT\napp_visibility 1 EPERM\n");
     EXPECT_EQ(open("/dev/app_visibility", O_RDONLY), -1);
     EXPECT_EQ(errno, ENOENT);

@@ -1,11 +1,13 @@
 // What the files of the access point's configuration put into an SSID profile, and the dump of it. Loading a profile is
 // replaced through the linker, so that the daemon configuration's lines are seen alone.
+#include <algorithm>
 #include <cctype>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <sys/stat.h>
@@ -366,6 +368,7 @@ TEST(ProfileKeys, TheLaterOfSsidAndRoleValueStands) {
     const profile_pointer profile = with("WL_PROFILE_SSID", "a long network name");
     apply(profile, "ROLE_VALUE", "staff");
     EXPECT_STREQ(profile->ssid, "staff");
+    EXPECT_TRUE(std::all_of(profile->ssid + 5, std::end(profile->ssid), [](char c) { return c == 0; }));
     apply(profile, "WL_PROFILE_SSID", "");
     EXPECT_STREQ(profile->ssid, "");
 }

@@ -48,6 +48,8 @@ void add_vaps(ssid_profile_info *profile, char *value) {
 }
 
 void set_ssid(ssid_profile_info *profile, char *value) {
+    // The whole field goes into records of roles, where nothing of a longer name before this one may be left.
+    std::memset(profile->ssid, 0, sizeof profile->ssid);
     std::snprintf(profile->ssid, sizeof profile->ssid, "%s", value);
 }
 
