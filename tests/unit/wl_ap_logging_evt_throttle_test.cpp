@@ -182,6 +182,17 @@ TEST_F(ApReportThrottle, NoMemoryForAReportIsLogged) {
     EXPECT_TRUE(posted.empty());
 }
 
+TEST_F(ApReportThrottle, AnAdmittedEventCountsAsSentWithoutMemoryForItsReport) {
+    expect_logged(3, "send_ap_ts_info: Malloc error", [] {
+        start_again("1|1|60|0\n");
+        fail_nth_call("calloc", 1);
+        EXPECT_EQ(report(VRE_VAP_DOWN, "text"), 0);
+        EXPECT_EQ(faults_fired("calloc"), 1);
+        clear_faults();
+    });
+    EXPECT_TRUE(posted.empty());
+}
+
 TEST_F(ApReportThrottle, TheCopiedValueIsLogged) {
     expect_logged(7, "send_ap_ts_info: VRE_RADIO_EVT : Copying subinfo value : RADIO,1 and len : 7 and info code 11",
                   [] {
@@ -194,6 +205,46 @@ TEST_F(ApReportThrottle, WithoutAValueNothingIsSaidToBeCopied) {
     wl_evt_info_t info{};
     info.info_code = 1;
     EXPECT_EQ(lines_at_level(7, [&info] { EXPECT_EQ(send(info), 0); }), lines{});
+}
+
+// The lines of a report in their order
+
+TEST_F(ApReportThrottle, AReportOfAnUnknownEventLogsItsStepsInOrder) {
+    EXPECT_EQ(lines_at_level(7, [] { report(VRE_VAP_DOWN, "text"); }),
+              (lines{"wl_ap_ts:  AP TS Translated Event info code : 1",
+                     "wl_ap_ts: No Event Throttling configuration found.. Adding 1 with default settings",
+                     "wl_ap_ts: Inserting new node into list with id 1",
+                     "send_ap_ts_info: VRE_RADIO_EVT : Copying subinfo value : text and len : 4 and info code 1"}));
+}
+
+TEST_F(ApReportThrottle, AReportOfANewTextLogsItsStepsInOrder) {
+    start_again("1|0|60|0\n");
+    EXPECT_EQ(lines_at_level(7, [] { report(VRE_VAP_DOWN, "text"); }),
+              (lines{"wl_ap_ts:  AP TS Translated Event info code : 1", "compare_evt_id:  info code match",
+                     "wl_ap_ts: No old AP_TS entry for evt_id  1",
+                     "perform_file_edit: Writing to file cache : id 1, buf text, time 1000",
+                     "send_ap_ts_info: VRE_RADIO_EVT : Copying subinfo value : text and len : 4 and info code 1"}));
+}
+
+TEST_F(ApReportThrottle, AReportOfARepeatedTextLogsItsStepsInOrder) {
+    start_again("1|0|60|0\n");
+    report(VRE_VAP_DOWN, "text");
+    clock_seconds += 60;
+    EXPECT_EQ(lines_at_level(7, [] { report(VRE_VAP_DOWN, "text"); }),
+              (lines{"wl_ap_ts:  AP TS Translated Event info code : 1", "compare_evt_id:  info code match",
+                     "wl_ap_ts: Found old entry in cache which need updation for evt_id  1",
+                     "edit_log_timestamp: Starting to go through file to edit cache file  1",
+                     "edit_log_timestamp: FOund old entry for evt_id  1",
+                     "send_ap_ts_info: VRE_RADIO_EVT : Copying subinfo value : text and len : 4 and info code 1"}));
+}
+
+TEST_F(ApReportThrottle, AThrottledTextLogsItsStepsInOrder) {
+    start_again("1|0|60|0\n");
+    report(VRE_VAP_DOWN, "text");
+    EXPECT_EQ(lines_at_level(7, [] { report(VRE_VAP_DOWN, "text"); }),
+              (lines{"wl_ap_ts:  AP TS Translated Event info code : 1", "compare_evt_id:  info code match",
+                     "wl_ap_ts: Found old entry in cache which need updation for evt_id  1",
+                     "wl_ap_ts: Throttiling evt : 1 since time : 0 < 60"}));
 }
 
 // Marker files
@@ -341,6 +392,7 @@ TEST_F(ApReportThrottle, NoMemoryForTheTextOfAKnownEvent) {
 
 TEST_F(ApReportThrottle, EveryAllocationOfAReportMayFail) {
     for (const std::string configuration : {"", "1|0|60|0\n"}) {
+        int faults = 0;
         for (const char *const function : {"calloc", "malloc"}) {
             int fired = 1;
             for (int nth = 1; fired > 0; nth++) {
@@ -354,8 +406,10 @@ TEST_F(ApReportThrottle, EveryAllocationOfAReportMayFail) {
                 EXPECT_LE(posted.size(), result == 0 ? 1U : 0U);
                 report(VRE_VAP_DOWN, "other");
                 EXPECT_FALSE(posted.empty());
+                faults += fired;
             }
         }
+        EXPECT_GT(faults, 0) << configuration;
     }
 }
 
