@@ -207,6 +207,28 @@ def test_throttling_outlives_a_restart(ap):
     assert said(ap, "init_ap_logging_cache") == ["File read complete"]
 
 
+def test_a_restart_meets_the_old_record_of_a_text_before_the_new_one(start):
+    configure("1|0|43200|0\n")
+    write_profile(7, usable(7, "Lobby", "ath0"), {"WL_PROFILE_SSID": "Lobby"})
+    mark_as_running(7)
+    ap_reports.connect()
+    ap = start()
+    vap(ap, False)
+    ap.stop()
+    (reported,) = ap_reports.remembered()
+    with open(CACHE, "rb") as file:
+        record = file.read()
+    long_ago = u32((reported.time - 43200) % 2**32)
+    with open(CACHE, "wb") as file:
+        file.write(record[:4] + long_ago + record[8:] + record)
+    ap.start()
+    vap(ap, False)
+    assert reports(ap, 2) == [DOWN, DOWN]
+    vap(ap, False)
+    assert reports(ap, 2) == [DOWN, DOWN]
+    assert [of.text for of in ap_reports.remembered()] == [DOWN.text] * 3
+
+
 def test_without_its_configuration_the_defaults_hold(start):
     os.makedirs(CONFIGURATION)  # no file, and none is installed in its place
     ap_reports.connect()
@@ -216,6 +238,25 @@ def test_without_its_configuration_the_defaults_hold(start):
     assert reports(ap, 1) == [Report(ap_reports.CHANNEL_CHANGED, b"RADIO,1,CCI")]
     assert "No Event Throttling configuration found.. Adding 14 with default settings" in said(ap)
     assert not os.path.exists(CACHE)
+
+
+def test_a_missing_configuration_is_logged_and_the_cache_file_is_not_read(ap):
+    configure("1|0|43200|0\n")
+    restart(ap)
+    vap(ap, False)
+    assert [of.text for of in ap_reports.remembered()] == [DOWN.text]
+    os.unlink(CONFIGURATION)
+    ap.stop()
+    before = len(ap.log())
+    ap.start()
+    vap(ap, False)
+    vap(ap, False)
+    assert reports(ap, 2) == [DOWN, DOWN]
+    since = [(record.function, record.message) for record in ap.log()[before:]]
+    assert ("init_ap_logging_config", f"Cannot open {CONFIGURATION}") in since
+    assert ("wl_ap_ts", "No Event Throttling configuration found.. Adding 1 with default settings") in since
+    assert not any(function == "init_ap_logging_cache" for function, _ in since)
+    assert [of.text for of in ap_reports.remembered()] == [DOWN.text]
 
 
 def test_files_of_any_bytes_do_not_hinder_the_daemon(start):
