@@ -1,7 +1,6 @@
 // The file that remembers what was reported, so that a restart does not report it again too soon.
 #include <cerrno>
 #include <cstring>
-#include <unistd.h>
 
 #include "debug_log.h"
 #include "wl_ap_logging_evt_internal.h"
@@ -38,14 +37,13 @@ bool load(const file_ap_logging_evt_node &record) {
     return true;
 }
 
-/// Writes behind the last whole record. What a full disk or a kill has left of another one is never read, and would put
-/// every later record out of step.
-void append(FILE *file, const file_ap_logging_evt_node &record) {
-    std::fseek(file, 0, SEEK_END);
-    const long rest = std::ftell(file) % static_cast<long>(sizeof record);
-    if (rest > 0)
-        (void)!ftruncate(fileno(file), std::ftell(file) - rest);
-    (void)std::fwrite(&record, sizeof record, 1, file);
+/// The record of a text as it is written.
+file_ap_logging_evt_node record_of(uint32_t evt_id, const ap_logging_evt_node &node) {
+    file_ap_logging_evt_node record{};
+    record.evt_id = evt_id;
+    record.time = node.time;
+    std::memcpy(record.buf, node.buf, strnlen(node.buf, sizeof record.buf - 1));
+    return record;
 }
 
 }  // namespace
@@ -79,13 +77,10 @@ int perform_file_edit(const char *path, uint32_t evt_id, const ap_logging_evt_no
         return 1;
     }
     if (mode == CACHE_APPEND) {
-        *rec = {};
-        rec->evt_id = evt_id;
-        rec->time = node->time;
-        std::memcpy(rec->buf, node->buf, sizeof rec->buf);
+        *rec = record_of(evt_id, *node);
         WL_LOG(7, "Writing to file cache : id %d, buf %s, time %ld", static_cast<int>(evt_id), rec->buf,
                static_cast<long>(static_cast<int32_t>(node->time)));
-        append(file, *rec);
+        (void)std::fwrite(rec, sizeof *rec, 1, file);
     } else {
         edit_log_timestamp(file, evt_id, node);
     }
@@ -109,7 +104,7 @@ void edit_log_timestamp(FILE *file, uint32_t evt_id, const ap_logging_evt_node *
         return;
     }
     WL_LOG(3, "FOund old entry for evt_id  %d", printed_id);
-    record.time = node->time;
+    record = record_of(evt_id, *node);
     std::fseek(file, after - static_cast<long>(sizeof record), SEEK_SET);
-    append(file, record);
+    (void)std::fwrite(&record, sizeof record, 1, file);
 }

@@ -28,7 +28,7 @@ bool is_directory(const dirent *entry) {
     char path[PATH_SIZE];
     std::snprintf(path, sizeof path, "/tmp/%s", entry->d_name);
     struct stat status;
-    return lstat(path, &status) == 0 && S_ISDIR(status.st_mode);
+    return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 bool can_be_opened(const char *path) {
@@ -51,13 +51,15 @@ bool names_vap(char *vaps, const char *vap_name) {
 }
 
 bool lists_vap(FILE *profile_conf, const char *vap_name) {
-    char line[LINE_SIZE];
+    char line[LINE_SIZE] = {};
     bool at_line_start = true;  // of a line that is longer than the buffer only the first piece counts
     while (std::fgets(line, sizeof line, profile_conf) != nullptr) {
         char vaps[LINE_SIZE];
         if (at_line_start && std::sscanf(line, "VAP_LIST=%127s", vaps) == 1 && names_vap(vaps, vap_name))
             return true;
-        at_line_start = std::strchr(line, '\n') != nullptr;
+        // A NUL among the bytes of a line does not end it.
+        at_line_start = std::memchr(line, '\n', sizeof line) != nullptr;
+        std::memset(line, 0, sizeof line);
     }
     return false;
 }
