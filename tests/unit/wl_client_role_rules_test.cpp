@@ -179,9 +179,12 @@ TEST_F(RoleRules, EmptyPlacesAmongRoleIdsAreNoIds) {
     EXPECT_EQ(read("ROLE_IDS=,,\nRDP_RULE_END=1\n")[1].roles, ids{});
 }
 
-TEST_F(RoleRules, RoleIdsHaveThirtyTwoBitsAndStayAtTheirEnds) {
-    EXPECT_EQ(read("ROLE_IDS=2147483647,4294967295,0xFFFFFFFF,99999999999999999999,-1\nRDP_RULE_END=1\n")[0].roles,
-              (ids{2147483647, 4294967295, 4294967295, 4294967295, 4294967295}));
+TEST_F(RoleRules, RoleIdsStayAtTheEndsOfASignedWord) {
+    EXPECT_EQ(read("ROLE_IDS=2147483647,2147483648,4294967295,0xFFFFFFFF,99999999999999999999\n"
+                   "ROLE_IDS=-1,-2147483648,-0x80000001,-99999999999999999999\nRDP_RULE_END=1\n")[0]
+                  .roles,
+              (ids{2147483647, 2147483647, 2147483647, 2147483647, 2147483647, 4294967295, 0x80000000, 0x80000000,
+                   0x80000000}));
 }
 
 TEST_F(RoleRules, OtherNumbersAreDecimal) {
