@@ -665,6 +665,20 @@ TEST_F(DynamicVlan, WithoutProfileAndFileNoVlanIsGiven) {
     expect_logged(3, failure, [] { (void)decide(20, nullptr); });
 }
 
+TEST_F(DynamicVlan, WithoutVapsInTheFileTheListIsEmptyWhateverItWas) {
+    list_t stale{};
+    for (const char *const text : {"VLAN_ID=9\n", "VAP_LIST=ath0\n"}) {
+        list_t *vaps = &stale;
+        uint8_t created = 2;
+        write_file(CONF, text);
+        (void)check_is_valid_vlan(PROFILE, 20, nullptr, &vaps, &created);
+        EXPECT_EQ(vaps != nullptr, created == 1) << text;
+        EXPECT_NE(vaps, &stale) << text;
+        EXPECT_EQ(stale.next, nullptr) << text;
+        list_free(&vaps);
+    }
+}
+
 TEST_F(DynamicVlan, WithoutProfileAnUnlistedVlanBecomesTheFilesOwn) {
     EXPECT_EQ(decide_by_file("VLAN_ID=9\nDYNAMIC_VLAN=10,20\n", 30), 9);
     EXPECT_EQ(decide_by_file("DYNAMIC_VLAN=10,20\nVLAN_ID=9\n", 30), 9);
