@@ -198,6 +198,11 @@ TEST_F(RoleRules, OtherNumbersStayAtTheEndsOfASignedWord) {
               (std::vector<rule>{{.id = 2147483647, .vendor = 2147483647, .attribute = 2147483647}}));
 }
 
+TEST_F(RoleRules, OfAMethodAndAMatchTypeTheLowByteCounts) {
+    EXPECT_EQ(read("RDP_METHOD=257\nRDP_METHOD_TYPE=258\nMATCH_TYPE=259\nRDP_RULE_END=1\n"),
+              (std::vector<rule>{{.id = 1, .method = 1, .type = 2, .match = 3}}));
+}
+
 TEST_F(RoleRules, TheReadersOddLinesAreLetPass) {
     EXPECT_EQ(read("# RDP_METHOD=3\n\n   \n\t RDP_METHOD = 1\r\nMATCH_TEXT  ==  a = b # c \r\n=x\n!\nRDP_RULE_END 1"),
               (std::vector<rule>{{.id = 1, .method = 1, .text = "a = b # c "}}));
@@ -371,6 +376,11 @@ TEST_F(RoleSearch, AnExactRuleWantsTheWholeNameInItsCase) {
     EXPECT_EQ(dbg.match_type, 0);
 }
 
+TEST_F(RoleSearch, ARuleWhoseMethodIsOneInItsLowByteIsForRadius) {
+    read("RDP_METHOD=257\nVENDOR_ID=9\nATTRIBUTE_ID=26\n" + EXACT + "\nRDP_RULE_END=1\n");
+    EXPECT_EQ(search("staff"), staff);
+}
+
 TEST_F(RoleSearch, AnExactRuleIgnoresTheMatchText) {
     read(radius_rule(EXACT + "\nMATCH_TEXT=boss"));
     EXPECT_EQ(search("boss"), nullptr);
@@ -523,7 +533,7 @@ TEST_F(RoleSearch, TracesWhatItLooksAt) {
 }
 
 TEST_F(RoleSearch, TracesNumbersWithoutASign) {
-    read("RDP_METHOD=1\nVENDOR_ID=-1\nATTRIBUTE_ID=-2\nMATCH_TYPE=3\nMATCH_TEXT=x\nROLE_IDS=0xFFFFFFFE\n"
+    read("RDP_METHOD=1\nVENDOR_ID=-1\nATTRIBUTE_ID=-2\nMATCH_TYPE=3\nMATCH_TEXT=x\nROLE_IDS=-2\n"
          "RDP_RULE_END=1\n");
     by.vendor_id = 0xFFFFFFFF;
     by.attr_id = 0xFFFFFFFE;

@@ -453,6 +453,26 @@ TEST_F(DynamicVlan, ARefusalOfTheDriverIsReported) {
     EXPECT_EQ(requests.size(), 1U);
 }
 
+TEST_F(DynamicVlan, AVlanThatTheDriverRefusesStaysInTheCache) {
+    for (const char *const ifname : {static_cast<const char *>(nullptr), "ath0"}) {
+        start_again();
+        requests.clear();
+        const ssid_profile_info *const profile = load_profile();
+        driver_result = -1;
+        assign(20, CLIENT_PER_USER_VLAN, nullptr, ifname);
+        ASSERT_FALSE(requests.empty());
+        requests.clear();
+        driver_result = 0;
+        assign(10, CLIENT_ROLE_VLAN, nullptr, ifname);
+        EXPECT_TRUE(requests.empty()) << "it is as strong as one that was taken";
+        const wl_client_info *const client = find(profile, ALICE);
+        ASSERT_NE(client, nullptr);
+        EXPECT_EQ(client->vlan_info.vlan_id, 20U);
+        EXPECT_EQ(client->vlan_info.recv_vlan_id, 20U);
+        EXPECT_EQ(client->vlan_info.priority, 3);
+    }
+}
+
 TEST_F(DynamicVlan, WithoutInterfaceEveryVapIsToldAndNamed) {
     ssid_profile_info *const profile = load_profile();
     add_client(profile, ALICE);
