@@ -692,8 +692,8 @@ TEST_F(DynamicVlan, WithoutVapsInTheFileTheListIsEmptyWhateverItWas) {
         uint8_t created = 2;
         write_file(CONF, text);
         (void)check_is_valid_vlan(PROFILE, 20, nullptr, &vaps, &created);
+        ASSERT_NE(vaps, &stale) << text;
         EXPECT_EQ(vaps != nullptr, created == 1) << text;
-        EXPECT_NE(vaps, &stale) << text;
         EXPECT_EQ(stale.next, nullptr) << text;
         list_free(&vaps);
     }
