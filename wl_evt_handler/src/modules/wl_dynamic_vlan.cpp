@@ -202,7 +202,7 @@ int32_t check_is_valid_vlan(uint32_t profile_id, uint32_t vlan, ssid_profile_inf
     if (ssid->extra_vlan_list == nullptr)
         read_ssid_extra_vlan_list(profile_id, ssid);
     const auto id = static_cast<int32_t>(vlan);
-    // Deliberately by the list's own rule, 16 bits: the driver takes no more, and by 32 bits fewer VLANs would be given.
+    // Deliberately by the list's own rule, 16 bits: the driver takes no more, and 32 bits would refuse VLANs given now.
     if (list_search_element(&ssid->extra_vlan_list, lt_compare_extra_vlan, &id) == LIST_FOUND) {
         WL_LOG(6, "Vlan[%u] is configured on SSID so set for client", vlan);
         return id;
