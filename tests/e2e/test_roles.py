@@ -11,6 +11,7 @@ from sim.access_point import APP_VISIBILITY, make_app_visibility
 from sim.background import wait_until
 from sim.events import VAP_SSID, header, item, mac_bytes, text_item, u32
 from sim.profiles import remove_profile, write_daemon_configuration
+from sim.reports import FORWARDED, decode_forwarded
 from sim.roles import (
     ADD,
     CLEAR,
@@ -181,6 +182,24 @@ def test_a_radius_role_reaches_every_neighbour(campus):
         "Role found for client :31 with Role { vlan[20] apply_ssid_firewall[1] apply_ssid_portal_or_webq[1] "
         "apply_ssid_bw_limit[0] }"
     )
+
+
+def test_an_applied_role_that_comes_back_is_told_once(campus):
+    campus[ALICE].role("Staff", vendor=VENDOR, attribute=ATTRIBUTE)
+    (applied,) = published(campus, EVENT)
+    campus.ap.settle()  # the bus brings the daemon its own events, too
+    forwarded = [decode_forwarded(payload) for payload in campus.ap.wait_for_published(FORWARDED, count=2)]
+    assert [(found.mac, found.info, found.items[0]) for found in forwarded] == [
+        (ALICE, 104, (1, u32(sub))) for sub in (roles.ROLE, roles.ROLE_APPLIED)
+    ]
+    campus.ap.wait_for_syslog("Role: ")
+    sender = f"[{ALICE.upper()}]=>[{CAMPUS.ssid}({CAMPUS.bssid.upper()})]"
+    assert [line.text for line in campus.ap.syslog if ALICE.upper() in line.text] == [
+        f"{sender} Role from the RADIUS server: [Staff] applied",
+        f"{sender} Role: [Staff] applied, match type[Exact]",
+    ]
+    assert campus.ap.published(EVENT) == [applied], "it does not lead to another one"
+    assert len(campus.devices()) == 1
 
 
 def test_the_role_is_posted_before_what_led_to_it(campus):

@@ -179,9 +179,12 @@ TEST_F(RoleRules, EmptyPlacesAmongRoleIdsAreNoIds) {
     EXPECT_EQ(read("ROLE_IDS=,,\nRDP_RULE_END=1\n")[1].roles, ids{});
 }
 
-TEST_F(RoleRules, RoleIdsHaveThirtyTwoBitsAndStayAtTheirEnds) {
-    EXPECT_EQ(read("ROLE_IDS=2147483647,4294967295,0xFFFFFFFF,99999999999999999999,-1\nRDP_RULE_END=1\n")[0].roles,
-              (ids{2147483647, 4294967295, 4294967295, 4294967295, 4294967295}));
+TEST_F(RoleRules, RoleIdsStayAtTheEndsOfASignedWord) {
+    EXPECT_EQ(read("ROLE_IDS=2147483647,2147483648,4294967295,0xFFFFFFFF,99999999999999999999\n"
+                   "ROLE_IDS=-1,-2147483648,-0x80000001,-99999999999999999999\nRDP_RULE_END=1\n")[0]
+                  .roles,
+              (ids{2147483647, 2147483647, 2147483647, 2147483647, 2147483647, 4294967295, 0x80000000, 0x80000000,
+                   0x80000000}));
 }
 
 TEST_F(RoleRules, OtherNumbersAreDecimal) {
@@ -193,6 +196,11 @@ TEST_F(RoleRules, OtherNumbersAreDecimal) {
 TEST_F(RoleRules, OtherNumbersStayAtTheEndsOfASignedWord) {
     EXPECT_EQ(read("VENDOR_ID=4294967295\nATTRIBUTE_ID=2147483647\nRDP_RULE_END=99999999999\n"),
               (std::vector<rule>{{.id = 2147483647, .vendor = 2147483647, .attribute = 2147483647}}));
+}
+
+TEST_F(RoleRules, OfAMethodAndAMatchTypeTheLowByteCounts) {
+    EXPECT_EQ(read("RDP_METHOD=257\nRDP_METHOD_TYPE=258\nMATCH_TYPE=259\nRDP_RULE_END=1\n"),
+              (std::vector<rule>{{.id = 1, .method = 1, .type = 2, .match = 3}}));
 }
 
 TEST_F(RoleRules, TheReadersOddLinesAreLetPass) {
@@ -368,6 +376,11 @@ TEST_F(RoleSearch, AnExactRuleWantsTheWholeNameInItsCase) {
     EXPECT_EQ(dbg.match_type, 0);
 }
 
+TEST_F(RoleSearch, ARuleWhoseMethodIsOneInItsLowByteIsForRadius) {
+    read("RDP_METHOD=257\nVENDOR_ID=9\nATTRIBUTE_ID=26\n" + EXACT + "\nRDP_RULE_END=1\n");
+    EXPECT_EQ(search("staff"), staff);
+}
+
 TEST_F(RoleSearch, AnExactRuleIgnoresTheMatchText) {
     read(radius_rule(EXACT + "\nMATCH_TEXT=boss"));
     EXPECT_EQ(search("boss"), nullptr);
@@ -520,7 +533,7 @@ TEST_F(RoleSearch, TracesWhatItLooksAt) {
 }
 
 TEST_F(RoleSearch, TracesNumbersWithoutASign) {
-    read("RDP_METHOD=1\nVENDOR_ID=-1\nATTRIBUTE_ID=-2\nMATCH_TYPE=3\nMATCH_TEXT=x\nROLE_IDS=0xFFFFFFFE\n"
+    read("RDP_METHOD=1\nVENDOR_ID=-1\nATTRIBUTE_ID=-2\nMATCH_TYPE=3\nMATCH_TEXT=x\nROLE_IDS=-2\n"
          "RDP_RULE_END=1\n");
     by.vendor_id = 0xFFFFFFFF;
     by.attr_id = 0xFFFFFFFE;

@@ -177,6 +177,34 @@ TEST_F(ClientRoleSent, TheOutcomeOfAnAppliedRoleIsToldAtDebugLevel) {
         });
 }
 
+TEST_F(ClientRoleSent, ARoleThatNoProcessTookIsInForceAllTheSame) {
+    ssid->per_user_bw_enable = staff->per_user_bw_enable = 1;
+    send_results = {-1, -1};
+    set();
+    EXPECT_EQ(timeline, lines({"limit", "vlan", "open", "request", "event 44", "event 59"}));
+    ASSERT_NE(alice(), nullptr);
+    const auto *const mine = reinterpret_cast<const uint8_t *>(&alice()->role_info);
+    EXPECT_EQ(byte_string(mine, mine + 47), bytes_of_role(100, 9, 26, 1, "staff", 0).bytes());
+    EXPECT_EQ(alice()->role_ssid, staff);
+    EXPECT_EQ(alice()->ssid, ssid);
+    EXPECT_EQ(alice()->cl_bw_info.down, 3000U);
+    EXPECT_EQ(alice()->cl_bw_info.up, 4000U);
+}
+
+TEST_F(ClientRoleSent, AClientWhoseDisconnectNoProcessTookStaysInTheCacheWithWhatItSaid) {
+    for (const int result : {1, 0, -1}) {
+        begin();
+        send_results = {result};
+        by_id(300);
+        set();
+        EXPECT_EQ(timeline, lines{"event 50"});
+        ASSERT_NE(alice(), nullptr);
+        const auto *const mine = reinterpret_cast<const uint8_t *>(&alice()->role_info);
+        EXPECT_EQ(byte_string(mine, mine + 47), bytes_of_role(0, 0, 0, 3, "", 0).bytes());
+        EXPECT_EQ(alice()->role_ssid, nullptr);
+    }
+}
+
 TEST_F(ClientRoleSent, AnyNumberOfReceiversIsASuccess) {
     send_results = {3, 2};
     const lines all = set_lines(7);

@@ -3,6 +3,10 @@
 
 namespace {
 
+int flags_of(const wl_client_info *client) {
+    return reinterpret_cast<const uint8_t *>(&client->role_info)[46];
+}
+
 // Who the event is about.
 
 TEST_F(ClientRole, SettingTellsProfileRoleAndClient) {
@@ -212,6 +216,20 @@ TEST_F(ClientRole, ADisconnectedClientStaysInTheCacheWithWhatItSaid) {
     EXPECT_EQ(alice()->role_ssid, nullptr);
 }
 
+TEST_F(ClientRole, ADisconnectedClientThatHadARoleKeepsIt) {
+    staff->role_flags.inherit_ssid_settings_enabled = 1;
+    set();
+    by_id(300);
+    set();
+    ASSERT_NE(alice(), nullptr);
+    EXPECT_EQ(alice()->role_ssid, staff);
+    EXPECT_EQ(alice()->role_info.role_id, 100U);
+    EXPECT_EQ(flags_of(alice()), 0xE0);
+    EXPECT_EQ(alice()->role_info.rdp_method, 3) << "what it said last";
+    EXPECT_EQ(vlans.size(), 1U);
+    EXPECT_EQ(timeline.back(), "event 50");
+}
+
 TEST_F(ClientRole, OtherMethodsAreTheSsid) {
     for (const uint8_t method : {0, 4, 255}) {
         begin();
@@ -255,10 +273,6 @@ TEST_F(ClientRole, TheSsidBringsItsVlan) {
 }
 
 /// The byte of the client's flags.
-int flags_of(const wl_client_info *client) {
-    return reinterpret_cast<const uint8_t *>(&client->role_info)[46];
-}
-
 TEST_F(ClientRole, ARoleThatInheritsNothingSetsNoFlag) {
     set();
     EXPECT_EQ(flags_of(alice()), 0);

@@ -453,6 +453,26 @@ TEST_F(DynamicVlan, ARefusalOfTheDriverIsReported) {
     EXPECT_EQ(requests.size(), 1U);
 }
 
+TEST_F(DynamicVlan, AVlanThatTheDriverRefusesStaysInTheCache) {
+    for (const char *const ifname : {static_cast<const char *>(nullptr), "ath0"}) {
+        start_again();
+        requests.clear();
+        const ssid_profile_info *const profile = load_profile();
+        driver_result = -1;
+        assign(20, CLIENT_PER_USER_VLAN, nullptr, ifname);
+        ASSERT_FALSE(requests.empty());
+        requests.clear();
+        driver_result = 0;
+        assign(10, CLIENT_ROLE_VLAN, nullptr, ifname);
+        EXPECT_TRUE(requests.empty()) << "it is as strong as one that was taken";
+        const wl_client_info *const client = find(profile, ALICE);
+        ASSERT_NE(client, nullptr);
+        EXPECT_EQ(client->vlan_info.vlan_id, 20U);
+        EXPECT_EQ(client->vlan_info.recv_vlan_id, 20U);
+        EXPECT_EQ(client->vlan_info.priority, 3);
+    }
+}
+
 TEST_F(DynamicVlan, WithoutInterfaceEveryVapIsToldAndNamed) {
     ssid_profile_info *const profile = load_profile();
     add_client(profile, ALICE);
@@ -663,6 +683,20 @@ TEST_F(DynamicVlan, WithoutProfileAndFileNoVlanIsGiven) {
     const std::string failure = me + "Cannot open /tmp/profile7/profile.conf for reading (No such file or directory)";
     EXPECT_EQ(all, lines({me + "SSID not configured so Reading /tmp/profile7/profile.conf", failure}));
     expect_logged(3, failure, [] { (void)decide(20, nullptr); });
+}
+
+TEST_F(DynamicVlan, WithoutVapsInTheFileTheListIsEmptyWhateverItWas) {
+    list_t stale{};
+    for (const char *const text : {"VLAN_ID=9\n", "VAP_LIST=ath0\n"}) {
+        list_t *vaps = &stale;
+        uint8_t created = 2;
+        write_file(CONF, text);
+        (void)check_is_valid_vlan(PROFILE, 20, nullptr, &vaps, &created);
+        ASSERT_NE(vaps, &stale) << text;
+        EXPECT_EQ(vaps != nullptr, created == 1) << text;
+        EXPECT_EQ(stale.next, nullptr) << text;
+        list_free(&vaps);
+    }
 }
 
 TEST_F(DynamicVlan, WithoutProfileAnUnlistedVlanBecomesTheFilesOwn) {

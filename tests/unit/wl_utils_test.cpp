@@ -65,6 +65,20 @@ TEST(ToNumber, SaturatesTo32Bits) {
     EXPECT_EQ(to_number("-99999999999999999999999"), INT32_MIN);
 }
 
+TEST(ToNumber, ReadsInAnotherBase) {
+    EXPECT_EQ(to_number("0x10", 0), 16);
+    EXPECT_EQ(to_number("010", 0), 8);
+    EXPECT_EQ(to_number("10", 0), 10);
+    EXPECT_EQ(to_number("ff", 16), 255);
+    EXPECT_EQ(to_number("0xFFFFFFFF", 0), INT32_MAX);
+    EXPECT_EQ(to_number("-0x80000001", 0), INT32_MIN);
+}
+
+TEST(ToNumber, IsDecimalWithoutABase) {
+    EXPECT_EQ(to_number("010"), 10);
+    EXPECT_EQ(to_number("0x10"), 0);
+}
+
 TEST(ReadPayload, CopiesTheRecord) {
     const uint8_t bytes[] = {1, 2, 3, 4, 5};
     EXPECT_EQ(read_payload<be_u32>(bytes, 5), 0x01020304U);

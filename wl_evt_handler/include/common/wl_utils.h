@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <cstring>
 
-/// Reads a decimal number as far as it goes (leading blanks and a sign allowed, 0 when there is none) and saturates
-/// it to the 32-bit range, so that every machine reads the same value.
-int32_t to_number(const char *text);
+/// Reads a number as far as it goes (leading blanks and a sign allowed, 0 when there is none) and saturates it to the
+/// 32-bit range, so that every machine reads the same value.
+///
+/// @param base  2 to 36; 0: decimal, hexadecimal or octal by the prefix, as C writes them
+int32_t to_number(const char *text, int base = 10);
 
 /// A time that only passes.
 struct os_reltime {

@@ -10,9 +10,9 @@
 
 #include "payload.h"
 
-int32_t to_number(const char *text) {
+int32_t to_number(const char *text, int base) {
     using limits = std::numeric_limits<int32_t>;
-    const long value = std::strtol(text, nullptr, 10);
+    const long value = std::strtol(text, nullptr, base);
     return static_cast<int32_t>(std::clamp<long>(value, limits::min(), limits::max()));
 }
 

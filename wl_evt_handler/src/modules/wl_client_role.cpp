@@ -1,6 +1,5 @@
 #include "wl_client_role.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>

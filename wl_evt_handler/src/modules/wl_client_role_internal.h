@@ -22,7 +22,8 @@ static_assert(sizeof(client_role_ioctl_data) == 58);
 /// Appends a copy of a rule to a profile's rules.
 ///
 /// @return the copy, the profile's; null when memory is short
-role_derivation_rule *add_role_derivation_rule(ssid_profile_info *profile, const role_derivation_rule *rule);
+[[nodiscard]] role_derivation_rule *add_role_derivation_rule(ssid_profile_info *profile,
+                                                             const role_derivation_rule *rule);
 
 /// Searches a text for the pieces of a pattern in their order; "*" stands for anything, "\*" for itself. Neither end is
 /// anchored.

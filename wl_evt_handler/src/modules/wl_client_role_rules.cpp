@@ -1,5 +1,4 @@
 // The role derivation rules of an SSID profile: read from their file, and searched for the role of a client.
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -45,9 +44,7 @@ void set_match_text(role_derivation_rule *rule, const char *text) {
 void add_role_ids(role_derivation_rule *rule, char *ids) {
     char *rest = nullptr;
     for (char *id = strtok_r(ids, ",", &rest); id != nullptr; id = strtok_r(nullptr, ",", &rest)) {
-        const long long number = std::strtoll(id, nullptr, 0);
-        const auto role_id = static_cast<uint32_t>(std::clamp<long long>(number, INT32_MIN, UINT32_MAX));
-        (void)!list_insert_tail(&rule->role_ids, as_value(role_id));
+        (void)!list_insert_tail(&rule->role_ids, as_value(static_cast<uint32_t>(to_number(id, 0))));
     }
 }
 

@@ -19,7 +19,6 @@
 namespace {
 
 constexpr char SET_VLAN[] = "set_user_vlan";
-constexpr size_t PATH_SIZE = 64;
 
 using request_data = uint8_t[VAP_IOCTL_DATA_SIZE];
 
@@ -36,10 +35,18 @@ const char *source_name(uint8_t source) {
     }
 }
 
+struct conf_path {
+    char text[64];
+};
+
+conf_path path_of_profile_conf(uint32_t profile_id) {
+    conf_path path;
+    std::snprintf(path.text, sizeof path.text, "/tmp/profile%u/profile.conf", profile_id);
+    return path;
+}
+
 /// @return an open file; null, which is logged
-FILE *open_profile_conf(const char *function, uint32_t profile_id) {
-    char path[PATH_SIZE];
-    std::snprintf(path, sizeof path, "/tmp/profile%u/profile.conf", profile_id);
+FILE *open_profile_conf(const char *function, const char *path) {
     FILE *const file = std::fopen(path, "re");
     if (file == nullptr) {
         const int error = errno;
@@ -67,10 +74,9 @@ void add_vaps(list_t **vaps, char *names) {
 
 /// Decides on a VLAN by the file of a profile that is not loaded.
 int32_t check_in_file(uint32_t profile_id, uint32_t vlan, list_t **vaps, uint8_t *list_created) {
-    char path[PATH_SIZE];
-    std::snprintf(path, sizeof path, "/tmp/profile%u/profile.conf", profile_id);
-    WL_LOG_AS("check_is_valid_vlan", 6, "SSID not configured so Reading %s", path);
-    FILE *const file = open_profile_conf("check_is_valid_vlan", profile_id);
+    const conf_path path = path_of_profile_conf(profile_id);
+    WL_LOG_AS("check_is_valid_vlan", 6, "SSID not configured so Reading %s", path.text);
+    FILE *const file = open_profile_conf("check_is_valid_vlan", path.text);
     if (file == nullptr)
         return -1;
     int32_t ssid_vlan = -1;
@@ -186,6 +192,7 @@ int set_client_vlan_with_priority(wl_client_info **client, uint32_t vlan, uint8_
 int32_t check_is_valid_vlan(uint32_t profile_id, uint32_t vlan, ssid_profile_info *ssid, list_t **vap_list_out,
                             uint8_t *list_created) {
     *list_created = 0;
+    *vap_list_out = nullptr;
     if (ssid == nullptr)
         return check_in_file(profile_id, vlan, vap_list_out, list_created);
     *vap_list_out = ssid->vap_data_list;
@@ -195,16 +202,18 @@ int32_t check_is_valid_vlan(uint32_t profile_id, uint32_t vlan, ssid_profile_inf
     if (ssid->extra_vlan_list == nullptr)
         read_ssid_extra_vlan_list(profile_id, ssid);
     const auto id = static_cast<int32_t>(vlan);
+    // Deliberately by the list's own rule, 16 bits: the driver takes no more, and 32 bits would refuse VLANs given now.
     if (list_search_element(&ssid->extra_vlan_list, lt_compare_extra_vlan, &id) == LIST_FOUND) {
         WL_LOG(6, "Vlan[%u] is configured on SSID so set for client", vlan);
         return id;
     }
+    // Deliberately also for a role's own VLAN: else its client would be put into a VLAN that the SSID does not carry.
     WL_LOG(6, "Vlan[%u] not configured so setting SSID vlan to client", vlan);
     return ssid_vlan;
 }
 
 void read_ssid_extra_vlan_list(uint32_t profile_id, ssid_profile_info *ssid) {
-    FILE *const file = open_profile_conf(__func__, profile_id);
+    FILE *const file = open_profile_conf(__func__, path_of_profile_conf(profile_id).text);
     if (file == nullptr)
         return;
     char *key = nullptr;

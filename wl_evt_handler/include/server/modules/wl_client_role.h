@@ -61,7 +61,7 @@ struct role_derivation_rule {
 /// Reads the role derivation rules of a profile and appends them to those it has.
 ///
 /// @return 0; -1 when their file cannot be opened
-int save_role_derivation_rules(ssid_profile_info *profile);
+[[nodiscard]] int save_role_derivation_rules(ssid_profile_info *profile);
 
 /// Frees a role_derivation_rule, as the list of rules needs it.
 void free_role_derivation_rule(void *rule);
@@ -78,4 +78,4 @@ void handle_client_role_clear(vre_iw_cmd_t event, wl_evt_info_t *info, int len);
 /// Tells the kernel's traffic module of a client's role. Waits for its device, for ever if need be.
 ///
 /// @return 0; -1 when the device refuses
-int send_role_ioctl(ssid_profile_info *profile, wl_client_info *client, role_ioctl_action action);
+[[nodiscard]] int send_role_ioctl(ssid_profile_info *profile, wl_client_info *client, role_ioctl_action action);

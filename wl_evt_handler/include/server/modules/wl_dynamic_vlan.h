@@ -50,7 +50,7 @@ void call_handle_dynamimc_vlan_sh(uint32_t profile_id, const uint8_t *mac, uint3
 /// Decides on a VLAN by what the SSID allows.
 ///
 /// @param ssid          null when the profile is not loaded: its file is read
-/// @param vap_list_out  receives the VAPs of the SSID (vapinfo records)
+/// @param vap_list_out  receives the VAPs of the SSID (vapinfo records); null when it has none
 /// @param list_created  receives 1 when that list is the caller's to free, else 0
 /// @return the VLAN to apply, -1 for none
 [[nodiscard]] int32_t check_is_valid_vlan(uint32_t profile_id, uint32_t vlan, ssid_profile_info *ssid,
