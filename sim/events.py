@@ -7,6 +7,7 @@ each a tag, a length and a value.
 from __future__ import annotations
 
 import socket
+import re
 import struct
 
 # Index of each event that has a name; the others of 0 to 107 have none.
@@ -138,6 +139,8 @@ TRAFFIC_TEST_SERVER = 2
 
 
 def mac_bytes(text: str) -> bytes:
+    if not re.fullmatch("([0-9A-Fa-f]{2}:){5}[0-9A-Fa-f]{2}", text):
+        raise ValueError(f"no MAC address: {text}")
     return bytes.fromhex(text.replace(":", ""))
 
 

@@ -38,6 +38,8 @@ from sim.reports import describe
 from sim.scenarios import clients, synch, vaps
 from sim.stage import Stage, show, show_all
 
+_LONGEST_PASS = 86400  # seconds
+
 HELP = f"""\
   (an empty line)     what has happened since the last command
   level N             set the debug level over the bus (2 to 7)
@@ -59,8 +61,9 @@ HELP = f"""\
   tc                  the script's runs so far, the kernel's classes and filters; a run may take five seconds to come
   join HOW [MAC]      let a client try to connect, for instance "join wrong-key"; HOW is one of
                       {" ".join(ATTEMPTS)}
-  pass SECONDS        let so much time pass for the daemon: attempts end after 120 s, at a portal after 300 s
-  errors [MAC]        the failed attempts of a client, or all
+  pass SECONDS        let so much time pass for the daemon; attempts end after 120 s, at a portal after 300 s, and are
+                      looked at every 30 s: "pass 151", "pass 331"
+  errors [MAC]        the failed attempts of a client, or all, that are over: by "pass 151", or by its next "join"
   flood N             send N authorisations of a client
   reload TEXT         send a reload command as it is, trailing blank too: "reload APPL_SANITY_TEST "
   agent ask SSID      let the synch agent ask for the clients of an SSID, as a neighbour would
@@ -250,6 +253,8 @@ class Prompt(cmd.Cmd):
         clients.show_lines(self.stage, mac or NEWCOMER, seen)
 
     def do_pass(self, arg: str) -> None:
+        if not 0 <= float(arg) <= _LONGEST_PASS:
+            raise ValueError(f"not 0 to {_LONGEST_PASS} seconds")
         self.stage.clock.let_pass(float(arg))
         self.stage.ap.settle()
 
@@ -341,13 +346,15 @@ class Prompt(cmd.Cmd):
 
 
 def stay(stage: Stage) -> None:
-    """Takes commands until told to quit. A daemon that is started again loads the profile that the scenarios share.
+    """Takes commands until told to quit. The daemon is started again first, and then loads the profile that the
+    scenarios share: whatever they have left behind, the prompt begins with VAPs and a profile that it knows.
 
     When commands do not come from a terminal, their end ends nothing: the daemon's doings are shown until this process
     is ended."""
     print(f"\nThe access point stays up. Commands:\n{HELP}\n\n{OTHER_TERMINAL}\n", flush=True)
     profiles.write_daemon_configuration({PROFILE: synch.SSID})
     prompt = Prompt(stage)
+    prompt.do_restart("")
     try:
         prompt.cmdloop()
         while prompt.input_ended and not sys.stdin.isatty():

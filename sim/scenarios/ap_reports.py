@@ -5,7 +5,7 @@ from __future__ import annotations
 from sim import ap_reports
 from sim.ap_reports import BAND_5_GHZ, CHANNEL_CHANGED, CHANNEL_SELECTED, PERIODIC, VAP, Report
 from sim.events import coded, u16
-from sim.profiles import mark_as_running, usable, write_profile
+from sim.profiles import mark_as_running, shared, write_profile
 from sim.scenarios.clients import let_pass
 from sim.stage import LIMIT, Stage
 
@@ -43,7 +43,7 @@ def vap(stage: Stage, up: bool, meaning: str, *expected: Report) -> None:
 
 def vap_down_and_up(stage: Stage) -> None:
     stage.scene("A VAP goes down and comes up again: the server is told once there is a connection to it")
-    write_profile(7, usable(7, "Lobby", "ath0"), {"WL_PROFILE_SSID": "Lobby"})
+    write_profile(7, shared(7, "Lobby"), {"WL_PROFILE_SSID": "Lobby"})
     mark_as_running(7)
     vap(stage, False, "ath0 goes down, without a connection")
     stage.expect_log("SENSORD not connected with server... skipping event : VRE.vap_down")
