@@ -195,7 +195,7 @@ def test_an_applied_role_that_comes_back_is_told_once(campus):
     campus.ap.wait_for_syslog("Role: ")
     sender = f"[{ALICE.upper()}]=>[{CAMPUS.ssid}({CAMPUS.bssid.upper()})]"
     assert [line.text for line in campus.ap.syslog if ALICE.upper() in line.text] == [
-        f"{sender} Role from the RADIUS server: [Staff] applied",
+        f"{sender} Role named by the authenticator: [Staff] applied",
         f"{sender} Role: [Staff] applied, match type[Exact]",
     ]
     assert campus.ap.published(EVENT) == [applied], "it does not lead to another one"
