@@ -4,14 +4,23 @@
 /// library defines them, a C program too (the daemon does so in wl_log.cpp). Safe from any thread.
 #pragma once
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 /// Current verbosity: a message of level N is written only while debug >= N. Levels are 2 critical, 3 error,
 /// 6 information, 7 debug.
-extern "C" int debug;
+extern int debug;
 
 /// Writes one line "<time> pid[<pid>] <function_name>: <message>" to the debug log.
 ///
 /// @return the result of releasing the log's mutex (0 unless the mutex is broken)
-extern "C" int debug_log(const char *function_name, const char *format, ...) __attribute__((format(printf, 2, 3)));
+int debug_log(const char *function_name, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+#ifdef __cplusplus
+}
+
+// What follows is for our own sources.
 
 /// The level is read without the log's lock, from any thread, while the main thread may set it.
 inline int current_debug_level() {
@@ -36,3 +45,5 @@ inline const char *text_or_null(const char *text) {
 /// A MAC address in a line: MAC_FMT in the format, MAC_ARGS of its 6 bytes among the arguments.
 #define MAC_FMT "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X"
 #define MAC_ARGS(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]
+
+#endif

@@ -1,17 +1,24 @@
-/// The product line's socket library: byte order, text forms of addresses, interface queries, name resolution, base64.
+/// The product line's socket library: sockets, packets, waiting, network syslog, byte order, text forms of addresses,
+/// interface queries, name resolution, base64.
 ///
-/// Programs in C and C++ link it. Every function may be called from any thread: none keeps state between calls. IPv4
-/// addresses are 32-bit values that hold their four bytes as they lie on the wire (what `in_addr.s_addr` holds).
-/// Failures that have a log line write it at level 3 (debug_log.h).
+/// Programs in C and C++ link it and define what debug_log.h declares. Every function may be called from any thread:
+/// none keeps state between calls, except for socklib_read_select and socklib_syslog_network, each of which one thread at
+/// a time may call. IPv4 addresses are 32-bit values that hold their four bytes as they lie on the wire (what
+/// `in_addr.s_addr` holds); ports are numbers of the machine where nothing else is said. Failures that have a log line
+/// write it at level 3. Descriptors are closed on exec; no send raises SIGPIPE.
 #pragma once
 
 #include <netinet/in.h>
+#include <stddef.h>
 #include <stdint.h>
+#include <sys/select.h>
 
 /// The compiler warns a caller that drops the result; the C standards in use have no attribute of their own for it.
 #define SOCKLIB_CHECK_RESULT __attribute__((warn_unused_result))
 
 struct addrinfo;
+struct iphdr;
+struct udphdr;
 
 /// An address of either family.
 struct socklib_inet_addr {
@@ -25,6 +32,171 @@ struct socklib_inet_addr {
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+// The library needs neither: both do nothing and return 0.
+
+int socklib_init(void);
+int socklib_exit(void);
+
+// Sockets. Each function that makes one returns its descriptor, which the caller closes, or -1.
+
+/// Makes a local stream socket.
+int socklib_create_unix_socket(void) SOCKLIB_CHECK_RESULT;
+
+/// Makes a UDP socket that may broadcast. For a multicast group (first octet 224 to 239) it sends through the device
+/// with a TTL of 64 and without hearing itself, and is a member of the group there.
+///
+/// @param device      name of the interface; matters for a group or with an own address to report only
+/// @param mcast_addr  the peers' address, a group or not; null: none in particular
+/// @param tobind      not 0: bind to the port, on the group's address, for any other on every address of the machine
+/// @param ptr_pmac_info_self_addr_p  receives the device's own address when the socket is bound; null: not asked for
+int socklib_create_valtrix_udp_socket(const char *device, const struct socklib_inet_addr *mcast_addr, uint16_t port,
+                                      int tobind, uint32_t *ptr_pmac_info_self_addr_p) SOCKLIB_CHECK_RESULT;
+
+/// Makes a TCP socket bound to the port on every address of the machine; it does not listen yet.
+int socklib_create_valtrix_tcp_socket(uint16_t port) SOCKLIB_CHECK_RESULT;
+
+/// Leaves the group, when the address is one, and closes the socket.
+///
+/// @param mcast_addr  what the socket was made with
+/// @return 0, or -1 when the descriptor is none
+int socklib_destroy_valtrix_socket(int sock, const struct socklib_inet_addr *mcast_addr);
+
+/// Makes an IPv4 socket.
+///
+/// @param type   SOCK_STREAM, SOCK_DGRAM, ...
+/// @param flags  status flags of the descriptor, such as O_NONBLOCK
+int socklib_open_socket(int type, int flags) SOCKLIB_CHECK_RESULT;
+
+/// Binds a socket to an address and port.
+///
+/// @return 0 or -1
+int socklib_bind_socket(int fdsock, uint32_t addr, uint16_t port) SOCKLIB_CHECK_RESULT;
+
+/// @return 0, or -1 when the descriptor is none
+int socklib_close_socket(int fd);
+
+/// Makes a socket of whole Ethernet frames on one device.
+///
+/// @param flags     status flags of the descriptor, such as O_NONBLOCK
+/// @param protocol  the Ethernet type it receives, such as 0x0800 (ETH_P_ALL: every one)
+int socklib_open_socket_raw(const char *device, int flags, uint16_t protocol) SOCKLIB_CHECK_RESULT;
+
+// Packets. `flags` are those of send and recv.
+
+/// Sends a packet.
+///
+/// @param dst_addr  null: to whom the socket is connected
+/// @return the number of bytes sent, or -1
+int socklib_send_packet(int client_socket, const void *buf, size_t buf_len, int flags,
+                        const struct sockaddr_in *dst_addr) SOCKLIB_CHECK_RESULT;
+
+/// Sends a packet to an address and port.
+///
+/// @param port  in network order
+/// @return len, or -1
+int socklib_send_udp_packet(int sock, const void *buf, int len, int flags, uint32_t ip,
+                            uint16_t port) SOCKLIB_CHECK_RESULT;
+
+/// Sends a packet on a connected local socket.
+///
+/// @param sock  negative: not made yet, which is a failure
+/// @return packet_len, or -1, also when only a part could be sent
+int socklib_send_unix_packet(int sock, const void *packet, int packet_len, int flags) SOCKLIB_CHECK_RESULT;
+
+/// Receives one datagram into a buffer of its own size. Call it when the socket is readable: when nothing is waiting yet
+/// and the socket blocks, the next datagram is taken for an empty one.
+///
+/// @param buf       receives the datagram, which the caller frees; null on failure and for an empty one
+/// @param src_addr  receives the sender, also of an empty one; null: not asked for
+/// @return the number of bytes in the buffer, 0 for an empty datagram, -1 on failure
+int socklib_receive_packet(int valtrix_socket, uint8_t **buf, int flags,
+                           struct sockaddr_in *src_addr) SOCKLIB_CHECK_RESULT;
+
+/// Reads exactly so many bytes from a connection. Waits at most 5 seconds for the next of them each time.
+///
+/// @param bytes_to_read  at most INT32_MAX
+/// @return bytes_to_read, or -1 when the connection ends, fails or falls silent before; what came is lost
+int socklib_receive_tcp(int sockfd, void *buf, uint32_t bytes_to_read, int flags) SOCKLIB_CHECK_RESULT;
+
+// Waiting. A descriptor that a set cannot hold (FD_SETSIZE or more, or negative) is a failure.
+
+/// Waits until one of the descriptors is readable.
+///
+/// @param timeout  the longest time; may be changed; null: for ever
+/// @param fds      receives those that are readable
+/// @return what select returns: the number of readable descriptors, 0 when the time has passed, -1 on failure
+int socklib_read_select(const int *socket_list, int num_sockets, struct timeval *timeout,
+                        fd_set *fds) SOCKLIB_CHECK_RESULT;
+
+/// Waits until a descriptor of a prepared set is readable, like socklib_read_select.
+///
+/// @param sock_highest  highest descriptor of the set
+/// @param fds           in: whom to wait for; out: who is readable
+int socklib_read_select_new(int sock_highest, struct timeval *timeout, fd_set *fds) SOCKLIB_CHECK_RESULT;
+
+/// Adds a descriptor to a prepared set or removes it.
+///
+/// @param mode              1: add, 0: remove
+/// @param old_sock_highest  the set's highest descriptor, brought up to date; -1 for an empty set
+/// @return 0, or -1 (nothing changed) when an argument is not valid
+int socklib_update_sock_info(int mode, int new_sockfd, fd_set *fds, int *old_sock_highest) SOCKLIB_CHECK_RESULT;
+
+// Network syslog. Facility and severity are given shifted as syslog writes them (LOG_LOCAL0, LOG_INFO, ...).
+
+/// Writes the header that goes before a message: time in UTC with dots in its date, deliberately, host and message id.
+///
+/// @param pkt      receives the header and its terminator, cut to pkt_len bytes
+/// @param pri      severity
+/// @return characters of the whole header, pkt_len or more when it was cut; 0 when pkt or hostname is null or pkt_len is
+///         below 1
+int add_syslog_rfc5424_header(char *pkt, int pkt_len, int pri, int facility, const char *msgID, const char *hostname);
+
+/// Sends a line of at most 4095 characters to the first of some collectors that takes it. One thread at a time.
+///
+/// @param send_socket  a UDP socket of the destinations' family
+/// @param addr_info    destinations with their ports, as getaddrinfo makes them
+/// @param sec_mode     not used
+/// @param pri          severity
+/// @param is_rfc5424_header  not 0: with the header of add_syslog_rfc5424_header; 0: "<PRI>" before the message
+/// @return the last failure on the way, an `errno` value or -1 for a destination without an address, deliberately also
+///         when a later destination took the line; 0 when there was none; -1 for a null addr_info
+int socklib_syslog_network(int send_socket, struct addrinfo *addr_info, uint16_t sec_mode, int facility, int pri,
+                           int is_rfc5424_header, const char *hostname, const char *msgID, const char *fmt, ...)
+    __attribute__((format(printf, 9, 10)));
+
+/// Sends a line of at most 1023 characters, "<PRI><MAC of the device>message", as a frame of its own making: for a device
+/// that has no address yet. Both ports are the destination's.
+///
+/// @param raw_socket  made by socklib_open_socket_raw on the device
+/// @param dst_mac     text; null: broadcast
+/// @param dst_ip      text
+/// @param dst_port    0: 514
+/// @param pri         severity
+/// @return 0; -1 when dst_ip is null or empty and for what socklib_send_eth_raw refuses
+int socklib_syslog_network_raw(int raw_socket, const char *device, const char *dst_mac, const char *dst_ip,
+                               uint16_t dst_port, int facility, int pri, const char *fmt, ...)
+    __attribute__((format(printf, 8, 9)));
+
+/// Sends one UDP packet in an Ethernet frame of its own making, with a TTL of 1: it never leaves the link. Addresses are
+/// texts; null gives the device's own as the source (zeros when it has none) and broadcast as the destination. A
+/// multicast destination has the Ethernet address of its group whatever dst_mac says.
+///
+/// @param raw_socket  made by socklib_open_socket_raw on the device
+/// @param data_len    0 to 65507
+/// @return 0; -1 for a text that is no address, a longer packet, no memory or a failed write
+int socklib_send_eth_raw(int raw_socket, const char *device, const char *src_mac, const char *src_ip, uint16_t src_port,
+                         const char *dst_mac, const char *dst_ip, uint16_t dst_port, const uint8_t *data,
+                         size_t data_len) SOCKLIB_CHECK_RESULT;
+
+/// Fills the checksum of an IPv4 header (netinet/ip.h). Its carry is added in once only, deliberately.
+///
+/// @param ip  a header of ihl * 4 bytes
+void socklib_get_ip_checksum(struct iphdr *ip);
+
+/// Fills the checksum of a UDP header (netinet/udp.h) from both headers and the data, with one carry like
+/// socklib_get_ip_checksum. A checksum of 0 stays 0, deliberately.
+void socklib_get_udp_checksum(struct udphdr *udp, const struct iphdr *ip, const uint8_t *data, size_t len);
 
 // Byte order
 
