@@ -5,7 +5,7 @@
 /// none keeps state between calls, except for socklib_read_select and socklib_syslog_network, each of which one thread at
 /// a time may call. IPv4 addresses are 32-bit values that hold their four bytes as they lie on the wire (what
 /// `in_addr.s_addr` holds); ports are numbers of the machine where nothing else is said. Failures that have a log line
-/// write it at level 3. Descriptors are closed on exec; no send raises SIGPIPE.
+/// write it at level 3. Descriptors are closed on exec; no send on a socket raises SIGPIPE.
 #pragma once
 
 #include <netinet/in.h>
@@ -95,18 +95,20 @@ int socklib_send_packet(int client_socket, const void *buf, size_t buf_len, int 
 ///
 /// @param port  in network order
 /// @return len, or -1
-int socklib_send_udp_packet(int sock, const void *buf, int len, int flags, uint32_t ip,
+int socklib_send_udp_packet(int sock, const void *buf, size_t len, int flags, uint32_t ip,
                             uint16_t port) SOCKLIB_CHECK_RESULT;
 
 /// Sends a packet on a connected local socket.
 ///
 /// @param sock  negative: not made yet, which is a failure
 /// @return packet_len, or -1, also when only a part could be sent
-int socklib_send_unix_packet(int sock, const void *packet, int packet_len, int flags) SOCKLIB_CHECK_RESULT;
+int socklib_send_unix_packet(int sock, const void *packet, size_t packet_len, int flags) SOCKLIB_CHECK_RESULT;
 
 /// Receives one datagram into a buffer of its own size. Call it when the socket is readable: when nothing is waiting yet
-/// and the socket blocks, the next datagram is taken for an empty one.
+/// and the socket blocks, the next datagram is taken for an empty one. A datagram that the kernel drops after it has
+/// announced it makes the call wait for the next one, unless the socket does not block.
 ///
+/// @param valtrix_socket  a datagram socket: a stream loses its bytes here
 /// @param buf       receives the datagram, which the caller frees; null on failure and for an empty one
 /// @param src_addr  receives the sender, also of an empty one; null: not asked for
 /// @return the number of bytes in the buffer, 0 for an empty datagram, -1 on failure
@@ -116,7 +118,8 @@ int socklib_receive_packet(int valtrix_socket, uint8_t **buf, int flags,
 /// Reads exactly so many bytes from a connection. Waits at most 5 seconds for the next of them each time.
 ///
 /// @param bytes_to_read  at most INT32_MAX
-/// @return bytes_to_read, or -1 when the connection ends, fails or falls silent before; what came is lost
+/// @return bytes_to_read, or -1 when the connection ends, fails or falls silent before, or a signal interrupts the wait;
+///         what came is lost
 int socklib_receive_tcp(int sockfd, void *buf, uint32_t bytes_to_read, int flags) SOCKLIB_CHECK_RESULT;
 
 // Waiting. A descriptor that a set cannot hold (FD_SETSIZE or more, or negative) is a failure.
@@ -158,7 +161,8 @@ int add_syslog_rfc5424_header(char *pkt, int pkt_len, int pri, int facility, con
 /// @param addr_info    destinations with their ports, as getaddrinfo makes them
 /// @param sec_mode     not used
 /// @param pri          severity
-/// @param is_rfc5424_header  not 0: with the header of add_syslog_rfc5424_header; 0: "<PRI>" before the message
+/// @param is_rfc5424_header  not 0: with the header of add_syslog_rfc5424_header, which is nothing without a hostname;
+///                           0: "<PRI>" before the message
 /// @return the last failure on the way, an `errno` value or -1 for a destination without an address, deliberately also
 ///         when a later destination took the line; 0 when there was none; -1 for a null addr_info
 int socklib_syslog_network(int send_socket, struct addrinfo *addr_info, uint16_t sec_mode, int facility, int pri,
@@ -183,6 +187,7 @@ int socklib_syslog_network_raw(int raw_socket, const char *device, const char *d
 /// multicast destination has the Ethernet address of its group whatever dst_mac says.
 ///
 /// @param raw_socket  made by socklib_open_socket_raw on the device
+/// @param data        may be null when data_len is 0
 /// @param data_len    0 to 65507
 /// @return 0; -1 for a text that is no address, a longer packet, no memory or a failed write
 int socklib_send_eth_raw(int raw_socket, const char *device, const char *src_mac, const char *src_ip, uint16_t src_port,
@@ -191,11 +196,11 @@ int socklib_send_eth_raw(int raw_socket, const char *device, const char *src_mac
 
 /// Fills the checksum of an IPv4 header (netinet/ip.h). Its carry is added in once only, deliberately.
 ///
-/// @param ip  a header of ihl * 4 bytes
+/// @param ip  a header of ihl * 4 bytes at any address, such as within a frame
 void socklib_get_ip_checksum(struct iphdr *ip);
 
 /// Fills the checksum of a UDP header (netinet/udp.h) from both headers and the data, with one carry like
-/// socklib_get_ip_checksum. A checksum of 0 stays 0, deliberately.
+/// socklib_get_ip_checksum. A checksum of 0 stays 0, deliberately. The headers may lie at any address.
 void socklib_get_udp_checksum(struct udphdr *udp, const struct iphdr *ip, const uint8_t *data, size_t len);
 
 // Byte order

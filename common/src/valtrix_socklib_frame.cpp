@@ -1,6 +1,7 @@
 #include "valtrix_socklib.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <net/ethernet.h>
@@ -14,6 +15,7 @@ namespace {
 
 constexpr size_t HEADERS = sizeof(ether_header) + sizeof(iphdr) + sizeof(udphdr);
 static_assert(HEADERS == 42);
+constexpr int MAC_TEXT_CHARACTERS = 17;
 constexpr size_t LONGEST_DATA = UINT16_MAX - sizeof(iphdr) - sizeof(udphdr);
 
 /// Who sends and who receives a frame.
@@ -25,8 +27,7 @@ struct frame_ends {
 };
 
 bool read_mac(const char *text, uint8_t *mac) {
-    const auto length = static_cast<int>(strnlen(text, INT16_MAX));
-    return socklib_mac_aton(mac, ETH_ALEN, text, length) != nullptr;
+    return socklib_mac_aton(mac, ETH_ALEN, text, MAC_TEXT_CHARACTERS) != nullptr;
 }
 
 /// @return false for a text that is no address
@@ -93,34 +94,42 @@ uint8_t *append(uint8_t *at, const void *bytes, size_t size) {
 }
 
 /// Adds bytes to a sum, as words of the wire; an odd last byte is the first of its word.
-uint32_t add_words(uint32_t sum, const void *start, size_t size) {
-    const auto *const bytes = static_cast<const uint8_t *>(start);
+uint32_t add_words(uint32_t sum, const uint8_t *bytes, size_t size) {
     for (size_t at = 0; at < size; ++at)
         sum += at % 2 == 0 ? uint32_t{bytes[at]} << 8 : bytes[at];
     return sum;
 }
 
-/// @return the checksum as it lies in a header. The carry is added in once only, deliberately: what this addition carries
-///         in turn is lost, and receivers of the product line have always got these frames.
+/// @return the sum's complement. The carry is added in once only, deliberately: what this addition carries in turn is
+///         lost, and receivers of the product line have always got these frames.
 uint16_t checksum(uint32_t sum) {
-    return htons(static_cast<uint16_t>(~((sum & 0xffff) + (sum >> 16))));
+    return static_cast<uint16_t>(~((sum & 0xffff) + (sum >> 16)));
+}
+
+void set_checksum(uint8_t *field, uint16_t value) {
+    field[0] = static_cast<uint8_t>(value >> 8);
+    field[1] = static_cast<uint8_t>(value);
 }
 
 }  // namespace
 
+// Both headers are taken as bytes: within a frame they are not aligned.
+
 void socklib_get_ip_checksum(struct iphdr *ip) {
-    ip->check = 0;
-    ip->check = checksum(add_words(0, ip, size_t{ip->ihl} * 4));
+    auto *const header = reinterpret_cast<uint8_t *>(ip);
+    const size_t size = size_t{4} * (header[0] & 0x0f);
+    set_checksum(header + offsetof(iphdr, check), 0);
+    set_checksum(header + offsetof(iphdr, check), checksum(add_words(0, header, size)));
 }
 
 void socklib_get_udp_checksum(struct udphdr *udp, const struct iphdr *ip, const uint8_t *data, size_t len) {
-    udp->check = 0;
-    uint32_t sum = IPPROTO_UDP;
-    sum = add_words(sum, &ip->saddr, sizeof ip->saddr);
-    sum = add_words(sum, &ip->daddr, sizeof ip->daddr);
-    sum = add_words(sum, &udp->len, sizeof udp->len);
-    sum = add_words(sum, udp, sizeof *udp);
-    udp->check = checksum(add_words(sum, data, len));
+    auto *const header = reinterpret_cast<uint8_t *>(udp);
+    const auto *const addresses = reinterpret_cast<const uint8_t *>(ip) + offsetof(iphdr, saddr);
+    set_checksum(header + offsetof(udphdr, check), 0);
+    uint32_t sum = add_words(IPPROTO_UDP, addresses, sizeof ip->saddr + sizeof ip->daddr);
+    sum = add_words(sum, header + offsetof(udphdr, len), sizeof udp->len);
+    sum = add_words(sum, header, sizeof *udp);
+    set_checksum(header + offsetof(udphdr, check), checksum(add_words(sum, data, len)));
 }
 
 int socklib_send_eth_raw(int raw_socket, const char *device, const char *src_mac, const char *src_ip, uint16_t src_port,

@@ -51,7 +51,8 @@ int receive_empty(int sock, int flags, sockaddr_in *from) {
 
 /// Takes a datagram of which `announced` bytes are waiting. @return the number of bytes in *buf, or -1
 int receive_announced(int sock, unsigned announced, uint8_t **buf, int flags, sockaddr_in *from) {
-    auto *const packet = static_cast<uint8_t *>(std::malloc(announced));
+    // Zeroed: on a stream the kernel would drop the bytes that it counts here.
+    auto *const packet = static_cast<uint8_t *>(std::calloc(1, announced));
     if (packet == nullptr) {
         WL_LOG_AS(RECEIVE_PACKET, 3, "MALLOC for receive buffer for %u bytes failed", announced);
         return -1;
@@ -66,6 +67,10 @@ int receive_announced(int sock, unsigned announced, uint8_t **buf, int flags, so
     if (received != static_cast<ssize_t>(announced))
         WL_LOG_AS(RECEIVE_PACKET, 3, "buffer size[%u] and actual bytes read[%d] do not match", announced,
                   static_cast<int>(received));
+    if (received == 0) {
+        std::free(packet);
+        return 0;
+    }
     *buf = packet;
     return static_cast<int>(std::min<ssize_t>(received, announced));
 }
@@ -96,34 +101,34 @@ int socklib_send_packet(int client_socket, const void *buf, size_t buf_len, int 
     return -1;
 }
 
-int socklib_send_udp_packet(int sock, const void *buf, int len, int flags, uint32_t ip, uint16_t port) {
+int socklib_send_udp_packet(int sock, const void *buf, size_t len, int flags, uint32_t ip, uint16_t port) {
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = port;
     to.sin_addr.s_addr = ip;
-    if (send_to(sock, buf, static_cast<size_t>(len), flags, &to) >= 0)
-        return len;
+    if (send_to(sock, buf, len, flags, &to) >= 0)
+        return static_cast<int>(len);
     const int error = errno;
     WL_LOG(3, "sendto error: %s", error_text(error));
     return -1;
 }
 
-int socklib_send_unix_packet(int sock, const void *packet, int packet_len, int flags) {
+int socklib_send_unix_packet(int sock, const void *packet, size_t packet_len, int flags) {
     if (sock < 0) {
         WL_LOG(3, "unix socket not initialised");
         return -1;
     }
-    const ssize_t sent = send(sock, packet, static_cast<size_t>(packet_len), flags | MSG_NOSIGNAL);
+    const ssize_t sent = send(sock, packet, packet_len, flags | MSG_NOSIGNAL);
     if (sent < 0) {
         const int error = errno;
         WL_LOG(3, "send failed on unix socket: %s", error_text(error));
         return -1;
     }
-    if (sent != packet_len) {
-        WL_LOG(3, "partial send on unix socket: %d of %d bytes", static_cast<int>(sent), packet_len);
+    if (sent != static_cast<ssize_t>(packet_len)) {
+        WL_LOG(3, "partial send on unix socket: %zd of %zu bytes", sent, packet_len);
         return -1;
     }
-    return packet_len;
+    return static_cast<int>(sent);
 }
 
 int socklib_receive_packet(int valtrix_socket, uint8_t **buf, int flags, struct sockaddr_in *src_addr) {

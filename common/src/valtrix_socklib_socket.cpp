@@ -152,7 +152,7 @@ int socklib_destroy_valtrix_socket(int sock, const struct socklib_inet_addr *mca
         (void)getsockopt(sock, IPPROTO_IP, IP_MULTICAST_IF, &membership.imr_interface, &size);
         (void)setsockopt(sock, IPPROTO_IP, IP_DROP_MEMBERSHIP, &membership, sizeof membership);
     }
-    return close(sock);
+    return socklib_close_socket(sock);
 }
 
 int socklib_open_socket(int type, int flags) {
@@ -176,7 +176,11 @@ int socklib_bind_socket(int fdsock, uint32_t addr, uint16_t port) {
 }
 
 int socklib_close_socket(int fd) {
-    return close(fd);
+    if (close(fd) == 0)
+        return 0;
+    const int error = errno;
+    WL_LOG(3, "close failed: %s", error_text(error));
+    return -1;
 }
 
 int socklib_open_socket_raw(const char *device, int flags, uint16_t protocol) {
