@@ -21,6 +21,17 @@ extern "C" long __wrap_ftell(FILE *file) {
     return -1;
 }
 
+// Like the C libraries that forget the text once its last token is out: whoever asks on gets nothing.
+extern "C" char *__real_strtok_r(char *text, const char *separators, char **rest);
+extern "C" char *__wrap_strtok_r(char *text, const char *separators, char **rest) {
+    if (text == nullptr && *rest == nullptr)
+        return nullptr;
+    char *const token = __real_strtok_r(text, separators, rest);
+    if (token == nullptr || **rest == '\0')
+        *rest = nullptr;
+    return token;
+}
+
 namespace {
 
 using texts = std::vector<std::pair<std::string, uint32_t>>;
@@ -503,13 +514,11 @@ TEST_F(ApReportCache, ATextWithoutNulIsEditedAsItsCutForm) {
     EXPECT_EQ(file_text(CACHE), cache_record(1, 5, std::string(255, 'x')) + cache_record(1, 6, std::string(254, 'x')));
 }
 
-TEST_F(ApReportCache, AnEditedRecordHasZerosBehindItsText) {
+TEST_F(ApReportCache, OnlyTheTimeOfARecordIsEdited) {
     const std::string text_and_rest = std::string("a\0", 2) + std::string(253, 'y');
-    for (const std::string &before : {cache_record(1, 5, "a", 'p'), cache_record(1, 5, text_and_rest, 'p')}) {
-        write_file(CACHE, before);
-        EXPECT_EQ(edit(1, "a", 6, 2), 0);
-        EXPECT_EQ(file_text(CACHE), before + cache_record(1, 6, "a"));
-    }
+    write_file(CACHE, cache_record(1, 5, text_and_rest, 'p'));
+    EXPECT_EQ(edit(1, "a", 6, 2), 0);
+    EXPECT_EQ(file_text(CACHE), cache_record(1, 5, text_and_rest, 'p') + cache_record(1, 6, text_and_rest, 'p'));
 }
 
 TEST_F(ApReportCache, APositionThatCannotBeToldEndsTheEdit) {

@@ -581,6 +581,8 @@ TEST_F(ApReportThrottle, AnAbsentValueCountsAsAnEmptyText) {
     wl_evt_info_t info{};
     info.info_code = VRE_VAP_DOWN;
     EXPECT_EQ(wl_ap_ts(VRE_VAP_DOWN, &info, 0), 0);
+    EXPECT_EQ(info.info_code, 1u) << "the server's code is the record's now";
+    info.info_code = VRE_VAP_DOWN;
     EXPECT_EQ(wl_ap_ts(VRE_VAP_DOWN, &info, 0), THROTTLED);
     EXPECT_EQ(report(VRE_VAP_DOWN, ""), THROTTLED);
     EXPECT_EQ(posted, std::vector{(posted_event{vre_iw_cmd_t{41}, {0, 6, 0, 0, 0, 1, 0, 1, 0, 4, 0, 0, 0, 0}})});

@@ -17,9 +17,9 @@ std::vector<alert> alerts;
 
 }  // namespace
 
-int __wrap_wl_ap_ts(vre_iw_cmd_t event, const wl_evt_info_t *info,
-                    int len) asm("__wrap__Z8wl_ap_ts12vre_iw_cmd_tPK11wl_evt_infoi");
-int __wrap_wl_ap_ts(vre_iw_cmd_t event, const wl_evt_info_t *info, int len) {
+int __wrap_wl_ap_ts(vre_iw_cmd_t event, wl_evt_info_t *info,
+                    int len) asm("__wrap__Z8wl_ap_ts12vre_iw_cmd_tP11wl_evt_infoi");
+int __wrap_wl_ap_ts(vre_iw_cmd_t event, wl_evt_info_t *info, int len) {
     alerts.push_back(
         {event, len, *info, std::string(reinterpret_cast<const char *>(info->subinfo_value), info->subinfo_value_len)});
     return 0;

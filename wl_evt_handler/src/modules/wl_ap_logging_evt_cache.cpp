@@ -104,7 +104,7 @@ void edit_log_timestamp(FILE *file, uint32_t evt_id, const ap_logging_evt_node *
         return;
     }
     WL_LOG(3, "FOund old entry for evt_id  %d", printed_id);
-    record = record_of(evt_id, *node);
+    record.time = node->time;
     std::fseek(file, after - static_cast<long>(sizeof record), SEEK_SET);
     (void)std::fwrite(&record, sizeof record, 1, file);
 }

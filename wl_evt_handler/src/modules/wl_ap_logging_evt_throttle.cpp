@@ -101,11 +101,13 @@ ap_logging_evt_data *new_evt_data() {
 /// @return false when a field is missing
 bool parse_config_line(char *line, ap_logging_evt_data *data) {
     const char *fields[CONFIG_FIELDS];
+    char *next = line;
     char *rest = nullptr;
     for (const char *&field : fields) {
-        field = strtok_r(rest == nullptr ? line : nullptr, "|", &rest);
+        field = strtok_r(next, "|", &rest);
         if (field == nullptr)
             return false;
+        next = nullptr;
     }
     data->evt_id = static_cast<uint32_t>(to_number(fields[0]));
     data->throttle_disabled = static_cast<uint8_t>(to_number(fields[1]));
@@ -293,24 +295,23 @@ uint32_t wl_translate_info_code_for_server(uint32_t info_code) {
     return info_code;
 }
 
-int wl_ap_ts(vre_iw_cmd_t event, const wl_evt_info_t *info, int) {
+int wl_ap_ts(vre_iw_cmd_t event, wl_evt_info_t *info, int) {
     os_reltime now{};
     (void)os_get_reltime(&now);
     if (reporting_is_off(event))
         return NOT_SENT;
-    wl_evt_info_t report = *info;
-    report.info_code = wl_translate_info_code_for_server(info->info_code);
-    if (report.info_code == 0) {
+    info->info_code = wl_translate_info_code_for_server(info->info_code);
+    if (info->info_code == 0) {
         WL_LOG(3, "No info code mapping to server found... Skipping event ");
         return NOT_SENT;
     }
-    WL_LOG(3, " AP TS Translated Event info code : %d", static_cast<int>(report.info_code));
+    WL_LOG(3, " AP TS Translated Event info code : %d", static_cast<int>(info->info_code));
     char text[TEXT_SIZE + 1] = {};
     if (info->subinfo_value != nullptr)
         std::memcpy(text, info->subinfo_value, std::min<size_t>(info->subinfo_value_len, TEXT_SIZE));
-    const int verdict = admit(report.info_code, static_cast<uint32_t>(now.sec), text);
+    const int verdict = admit(info->info_code, static_cast<uint32_t>(now.sec), text);
     if (verdict == SENT)
-        (void)send_ap_ts_info(event, &report);
+        (void)send_ap_ts_info(event, info);
     return verdict;
 }
 
