@@ -515,7 +515,7 @@ TEST_F(ApReportCache, ATextWithoutNulIsEditedAsItsCutForm) {
 }
 
 TEST_F(ApReportCache, OnlyTheTimeOfARecordIsEdited) {
-    const std::string text_and_rest = std::string("a\0", 2) + std::string(253, 'y');
+    const std::string text_and_rest = std::string("a\0", 2) + std::string(252, 'y');
     write_file(CACHE, cache_record(1, 5, text_and_rest, 'p'));
     EXPECT_EQ(edit(1, "a", 6, 2), 0);
     EXPECT_EQ(file_text(CACHE), cache_record(1, 5, text_and_rest, 'p') + cache_record(1, 6, text_and_rest, 'p'));
