@@ -66,6 +66,10 @@ int receive_announced(int sock, unsigned announced, uint8_t **buf, int flags, so
     if (received != static_cast<ssize_t>(announced))
         WL_LOG_AS(RECEIVE_PACKET, 3, "buffer size[%u] and actual bytes read[%d] do not match", announced,
                   static_cast<int>(received));
+    if (received == 0) {  // another one, an empty one, in place of what was announced
+        std::free(packet);
+        return 0;
+    }
     *buf = packet;
     return static_cast<int>(std::min<ssize_t>(received, announced));
 }
@@ -111,6 +115,10 @@ int socklib_send_udp_packet(int sock, const void *buf, int len, int flags, uint3
 int socklib_send_unix_packet(int sock, const void *packet, int packet_len, int flags) {
     if (sock < 0) {
         WL_LOG(3, "unix socket not initialised");
+        return -1;
+    }
+    if (packet_len < 0) {  // as a size it would send the memory behind the packet
+        WL_LOG(3, "send failed on unix socket: packet_len = %d", packet_len);
         return -1;
     }
     const ssize_t sent = send(sock, packet, static_cast<size_t>(packet_len), flags | MSG_NOSIGNAL);
