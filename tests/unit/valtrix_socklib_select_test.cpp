@@ -91,8 +91,8 @@ TEST_F(SocklibSelect, OneReadableDescriptor) {
 TEST_F(SocklibSelect, TheReadableOnesOfMany) {
     a.fill();
     c.fill();
-    for (const std::vector<int> &order : {std::vector<int>{a.reader, b.reader, c.reader},
-                                          std::vector<int>{c.reader, b.reader, a.reader}}) {
+    for (const std::vector<int> &order :
+         {std::vector<int>{a.reader, b.reader, c.reader}, std::vector<int>{c.reader, b.reader, a.reader}}) {
         EXPECT_EQ(wait_for(order), 2);
         EXPECT_EQ(members(*set), (std::vector<int>{a.reader, c.reader}));
     }
@@ -147,14 +147,12 @@ TEST_F(SocklibSelect, ClosedDescriptorIsAFailure) {
 }
 
 TEST_F(SocklibSelect, FailureHasItsNumberAndText) {
-    expect_lines(3,
-                 {"socklib_read_select: Error in select: " + std::to_string(EINTR) + ":Interrupted system call"},
+    expect_lines(3, {"socklib_read_select: Error in select: " + std::to_string(EINTR) + ":Interrupted system call"},
                  [this] {
                      fail_nth_call("select", 1, EINTR);
                      EXPECT_EQ(wait_for({a.reader}), -1);
                  });
-    expect_lines(3,
-                 {"socklib_read_select: Error in select: " + std::to_string(ENOMEM) + ":Cannot allocate memory"},
+    expect_lines(3, {"socklib_read_select: Error in select: " + std::to_string(ENOMEM) + ":Cannot allocate memory"},
                  [this] {
                      fail_nth_call("select", 1, ENOMEM);
                      EXPECT_EQ(wait_for({a.reader}), -1);

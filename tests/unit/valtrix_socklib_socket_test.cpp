@@ -367,12 +367,14 @@ protected:
     }
 
     /// Expects that one can be made.
-    void expect_made(bool multicast, const std::function<void(int)> &accept = [](int) {}) const {
-        expect_messages({"mcast_enabled [" + std::to_string(multicast) + "]"}, [] {},
-                        [&accept](int sock) {
-                            ASSERT_GE(sock, 0);
-                            accept(sock);
-                        });
+    void expect_made(
+        bool multicast, const std::function<void(int)> &accept = [](int) {}) const {
+        expect_messages(
+            {"mcast_enabled [" + std::to_string(multicast) + "]"}, [] {},
+            [&accept](int sock) {
+                ASSERT_GE(sock, 0);
+                accept(sock);
+            });
     }
 
     const char *device = "lo";
