@@ -27,6 +27,9 @@ namespace {
 /// Bytes that FIONREAD announces in place of the kernel's when not negative.
 int announced = -1;
 
+/// Bytes of the latest allocation.
+size_t allocated;
+
 /// What the library asked of recv and select.
 struct watch {
     std::vector<size_t> asked;         // sizes of the reads
@@ -39,6 +42,12 @@ struct watch {
 watch tcp;
 
 }  // namespace
+
+extern "C" void *__real_malloc(size_t size);
+extern "C" void *__wrap_malloc(size_t size) {
+    allocated = size;
+    return fault_is_due("malloc") ? nullptr : __real_malloc(size);
+}
 
 extern "C" int __real_ioctl(int fd, unsigned long request, void *argument);
 extern "C" int __wrap_ioctl(int fd, unsigned long request, void *argument) {
@@ -390,6 +399,15 @@ TEST_F(SocklibPacket, ReceivedOneByOne) {
     deliver("3");
     for (const char *bytes : {"first", "the second", "3"})
         expect_received(bytes);
+}
+
+TEST_F(SocklibPacket, BufferIsOfTheDatagramsSize) {
+    for (const size_t size : {1u, 5u, 1000u}) {
+        deliver(std::string(size, 'x'));
+        allocated = 0;
+        EXPECT_EQ(receive(receiver).result, static_cast<int>(size));
+        EXPECT_EQ(allocated, size);
+    }
 }
 
 TEST_F(SocklibPacket, LongestDatagram) {
