@@ -22,8 +22,8 @@ template <class Action> void expect_line(int level, const std::string &line, Act
     EXPECT_EQ(log.lines(), std::vector<std::string>{line});
 }
 
-/// Expects that `action`, which runs once for each of several levels, logs exactly `lines` ("<function>: <message>"), all
-/// of them at the given level.
+/// Expects that `action`, which runs once for each of several levels, logs exactly `lines` ("<function>: <message>"),
+/// all of them at the given level.
 template <class Action> void expect_lines(int level, const std::vector<std::string> &lines, Action action) {
     for (const int at : {level - 1, level, 7}) {
         log_capture log(at);

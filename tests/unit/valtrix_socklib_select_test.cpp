@@ -61,7 +61,7 @@ protected:
         clear_faults();
     }
 
-    /// Waits for a list of descriptors, in a block of its own size, at most `seconds`; `set` then holds who is readable.
+    /// Waits at most `seconds` for a list of descriptors, in a block of its own size; `set` then holds who is readable.
     int wait_for(const std::vector<int> &list, int seconds = 0) {
         auto exact = std::make_unique<int[]>(list.size());
         std::copy(list.begin(), list.end(), exact.get());
