@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <sys/ioctl.h>
 #include <sys/select.h>
@@ -15,8 +16,21 @@ namespace {
 constexpr char RECEIVE_PACKET[] = "socklib_receive_packet";
 constexpr timeval TCP_WAIT{5, 0};
 
+/// Whether a packet is of a size that a result can tell. A negative length of the caller's is none, and would send the
+/// memory behind the packet.
+///
+/// @return false with `errno` set
+bool is_sendable(size_t size) {
+    if (size <= INT_MAX)
+        return true;
+    errno = EMSGSIZE;
+    return false;
+}
+
 /// @param to  null: to whom the socket is connected
 ssize_t send_to(int sock, const void *data, size_t size, int flags, const sockaddr_in *to) {
+    if (!is_sendable(size))
+        return -1;
     return sendto(sock, data, size, flags | MSG_NOSIGNAL, reinterpret_cast<const sockaddr *>(to),
                   to != nullptr ? sizeof *to : 0);
 }
@@ -67,7 +81,7 @@ int receive_announced(int sock, unsigned announced, uint8_t **buf, int flags, so
     if (received != static_cast<ssize_t>(announced))
         WL_LOG_AS(RECEIVE_PACKET, 3, "buffer size[%u] and actual bytes read[%d] do not match", announced,
                   static_cast<int>(received));
-    if (received == 0) {
+    if (received == 0) {  // another one, an empty one, in place of what was announced
         std::free(packet);
         return 0;
     }
@@ -118,7 +132,7 @@ int socklib_send_unix_packet(int sock, const void *packet, size_t packet_len, in
         WL_LOG(3, "unix socket not initialised");
         return -1;
     }
-    const ssize_t sent = send(sock, packet, packet_len, flags | MSG_NOSIGNAL);
+    const ssize_t sent = is_sendable(packet_len) ? send(sock, packet, packet_len, flags | MSG_NOSIGNAL) : -1;
     if (sent < 0) {
         const int error = errno;
         WL_LOG(3, "send failed on unix socket: %s", error_text(error));

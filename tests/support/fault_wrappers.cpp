@@ -60,6 +60,13 @@ WRAPPED(int, listen, (int fd, int backlog), (fd, backlog), -1)
 #ifdef WRAP_recv
 WRAPPED(ssize_t, recv, (int fd, void *buffer, size_t size, int flags), (fd, buffer, size, flags), -1)
 #endif
+#ifdef WRAP_recvfrom
+WRAPPED(ssize_t, recvfrom, (int fd, void *buffer, size_t size, int flags, sockaddr *from, socklen_t *length),
+        (fd, buffer, size, flags, from, length), -1)
+#endif
+#ifdef WRAP_send
+WRAPPED(ssize_t, send, (int fd, const void *data, size_t size, int flags), (fd, data, size, flags), -1)
+#endif
 #ifdef WRAP_sendto
 WRAPPED(ssize_t, sendto, (int fd, const void *data, size_t size, int flags, const sockaddr *to, socklen_t length),
         (fd, data, size, flags, to, length), -1)
@@ -113,6 +120,16 @@ extern "C" int __wrap_ioctl(int fd, unsigned long request, ...) {
     void *argument = va_arg(arguments, void *);
     va_end(arguments);
     return fault_is_due("ioctl") ? -1 : __real_ioctl(fd, request, argument);
+}
+#endif
+#ifdef WRAP_fcntl
+extern "C" int __real_fcntl(int fd, int command, void *argument);
+extern "C" int __wrap_fcntl(int fd, int command, ...) {
+    va_list arguments;
+    va_start(arguments, command);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    return fault_is_due("fcntl") ? -1 : __real_fcntl(fd, command, argument);
 }
 #endif
 #ifdef WRAP_open

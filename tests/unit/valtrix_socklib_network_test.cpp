@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -114,15 +113,6 @@ using mac_bytes = std::array<uint8_t, 6>;
 
 uint32_t address_of(const char *text) {
     return inet_addr(text);
-}
-
-size_t open_descriptors() {
-    size_t count = 0;
-    DIR *directory = opendir("/proc/self/fd");
-    while (readdir(directory) != nullptr)
-        ++count;
-    closedir(directory);
-    return count;
 }
 
 // Interfaces: a pair of cables of the sandbox, "sock0" with 10.1.2.3/24 and "sock1" without an address.
