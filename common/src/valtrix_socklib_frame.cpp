@@ -16,6 +16,7 @@ namespace {
 constexpr size_t HEADERS = sizeof(ether_header) + sizeof(iphdr) + sizeof(udphdr);
 static_assert(HEADERS == 42);
 constexpr int MAC_TEXT_CHARACTERS = 17;
+constexpr int VERSION_AND_LENGTH = 0x45;  // 4, and 5 words of 4 bytes
 constexpr size_t LONGEST_DATA = UINT16_MAX - sizeof(iphdr) - sizeof(udphdr);
 
 /// Who sends and who receives a frame.
@@ -66,8 +67,7 @@ ether_header ethernet_header(const frame_ends &ends) {
 
 iphdr ip_header(const frame_ends &ends, size_t data_len) {
     iphdr header{};
-    header.version = 4;
-    header.ihl = sizeof header / 4;
+    std::memset(&header, VERSION_AND_LENGTH, 1);
     header.tot_len = htons(static_cast<uint16_t>(sizeof(iphdr) + sizeof(udphdr) + data_len));
     header.ttl = 1;  // deliberately: the frame never leaves the link
     header.protocol = IPPROTO_UDP;
