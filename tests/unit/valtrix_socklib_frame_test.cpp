@@ -92,25 +92,26 @@ word_sum udp_sum(const octets &ip, const octets &udp, const octets &data) {
     return sum;
 }
 
+/// @param offset  where the header lies behind an address that is a multiple of 16
 /// @return the header with the checksum that the library fills in
-octets with_ip_checksum(const octets &header) {
-    uint32_t aligned[15] = {};
-    std::memcpy(aligned, header.data(), header.size());
-    socklib_get_ip_checksum(reinterpret_cast<iphdr *>(aligned));
-    octets filled(header.size());
-    std::memcpy(filled.data(), aligned, filled.size());
-    return filled;
+octets with_ip_checksum(const octets &header, size_t offset = 0) {
+    alignas(16) uint8_t memory[80];
+    std::fill_n(memory, sizeof memory, uint8_t{0xee});
+    std::copy(header.begin(), header.end(), memory + offset);
+    socklib_get_ip_checksum(reinterpret_cast<iphdr *>(memory + offset));
+    return {memory + offset, memory + offset + header.size()};
 }
 
-octets with_udp_checksum(const octets &ip, const octets &udp, const octets &data) {
-    iphdr ip_header;
-    udphdr udp_header;
-    std::memcpy(&ip_header, ip.data(), sizeof ip_header);
-    std::memcpy(&udp_header, udp.data(), sizeof udp_header);
-    socklib_get_udp_checksum(&udp_header, &ip_header, data.data(), data.size());
-    octets filled(sizeof udp_header);
-    std::memcpy(filled.data(), &udp_header, filled.size());
-    return filled;
+octets with_udp_checksum(const octets &ip, const octets &udp, const octets &data, size_t offset = 0) {
+    alignas(16) uint8_t memory[48];
+    uint8_t *const ip_at = memory + offset;
+    uint8_t *const udp_at = ip_at + ip.size();
+    std::copy(ip.begin(), ip.end(), ip_at);
+    std::copy(udp.begin(), udp.end(), udp_at);
+    socklib_get_udp_checksum(reinterpret_cast<udphdr *>(udp_at), reinterpret_cast<const iphdr *>(ip_at), data.data(),
+                             data.size());
+    EXPECT_TRUE(std::equal(ip.begin(), ip.end(), ip_at));
+    return {udp_at, udp_at + udp.size()};
 }
 
 uint16_t word_at(const octets &bytes, size_t at) {
@@ -154,6 +155,12 @@ TEST(IpChecksum, CoversTheHeadersOwnLength) {
     }
 }
 
+TEST(IpChecksum, HeaderMayLieAnywhere) {
+    const octets header = {0x45, 0, 0, 0x23, 0, 0, 0, 0, 1, 17, 0, 0, 10, 1, 2, 3, 192, 168, 7, 9};
+    for (size_t offset = 0; offset < 16; ++offset)
+        EXPECT_EQ(word_at(with_ip_checksum(header, offset), 10), 0xe615) << offset;
+}
+
 TEST(IpChecksum, CarryIsAddedInOnce) {
     octets header(60, 0);
     std::fill_n(header.begin(), 4, uint8_t{0xff});
@@ -186,6 +193,13 @@ TEST(UdpChecksum, OfAKnownPacket) {
     const octets ip = {0x45, 0, 0, 0x23, 0, 0, 0, 0, 1, 17, 0, 0, 10, 1, 2, 3, 192, 168, 7, 9};
     EXPECT_EQ(hex(with_udp_checksum(ip, udp_header_for({0x02, 0x02, 0x14, 0x14}, 7), bytes_of("<14>up!"))),
               "02021414000f0f25");
+}
+
+TEST(UdpChecksum, HeadersMayLieAnywhere) {
+    const octets ip = {0x45, 0, 0, 0x23, 0, 0, 0, 0, 1, 17, 0, 0, 10, 1, 2, 3, 192, 168, 7, 9};
+    const octets udp = udp_header_for({0x02, 0x02, 0x14, 0x14}, 7);
+    for (size_t offset = 0; offset < 16; ++offset)
+        EXPECT_EQ(word_at(with_udp_checksum(ip, udp, bytes_of("<14>up!"), offset), 6), 0x0f25) << offset;
 }
 
 TEST(UdpChecksum, OnlyTheAddressesOfTheIpHeaderCount) {
