@@ -2,8 +2,8 @@
 /// interface queries, name resolution, base64.
 ///
 /// Programs in C and C++ link it and define what debug_log.h declares. Every function may be called from any thread:
-/// none keeps state between calls, except for socklib_read_select and socklib_syslog_network, each of which one thread at
-/// a time may call. IPv4 addresses are 32-bit values that hold their four bytes as they lie on the wire (what
+/// none keeps state between calls, except for socklib_read_select and socklib_syslog_network, each of which one thread
+/// at a time may call. IPv4 addresses are 32-bit values that hold their four bytes as they lie on the wire (what
 /// `in_addr.s_addr` holds); ports are numbers of the machine where nothing else is said. Failures that have a log line
 /// write it at level 3. Descriptors are closed on exec; no send on a socket raises SIGPIPE.
 #pragma once
@@ -104,9 +104,9 @@ int socklib_send_udp_packet(int sock, const void *buf, size_t len, int flags, ui
 /// @return packet_len, or -1, also when only a part could be sent
 int socklib_send_unix_packet(int sock, const void *packet, size_t packet_len, int flags) SOCKLIB_CHECK_RESULT;
 
-/// Receives one datagram into a buffer of its own size. Call it when the socket is readable: when nothing is waiting yet
-/// and the socket blocks, the next datagram is taken for an empty one. A datagram that the kernel drops after it has
-/// announced it makes the call wait for the next one, unless the socket does not block.
+/// Receives one datagram into a buffer of its own size. Call it when the socket is readable: when nothing is waiting
+/// yet and the socket blocks, the next datagram is taken for an empty one. A datagram that the kernel drops after it
+/// has announced it makes the call wait for the next one, unless the socket does not block.
 ///
 /// @param valtrix_socket  a datagram socket: a stream loses its bytes here
 /// @param buf       receives the datagram, which the caller frees; null on failure and for an empty one
@@ -118,8 +118,8 @@ int socklib_receive_packet(int valtrix_socket, uint8_t **buf, int flags,
 /// Reads exactly so many bytes from a connection. Waits at most 5 seconds for the next of them each time.
 ///
 /// @param bytes_to_read  at most INT32_MAX
-/// @return bytes_to_read, or -1 when the connection ends, fails or falls silent before, or a signal interrupts the wait;
-///         what came is lost
+/// @return bytes_to_read, or -1 when the connection ends, fails or falls silent before, or a signal interrupts the
+///         wait; what came is lost
 int socklib_receive_tcp(int sockfd, void *buf, uint32_t bytes_to_read, int flags) SOCKLIB_CHECK_RESULT;
 
 // Waiting. A descriptor that a set cannot hold (FD_SETSIZE or more, or negative) is a failure.
@@ -151,8 +151,8 @@ int socklib_update_sock_info(int mode, int new_sockfd, fd_set *fds, int *old_soc
 ///
 /// @param pkt      receives the header and its terminator, cut to pkt_len bytes
 /// @param pri      severity
-/// @return characters of the whole header, pkt_len or more when it was cut; 0 when pkt or hostname is null or pkt_len is
-///         below 1
+/// @return characters of the whole header, pkt_len or more when it was cut; 0 when pkt or hostname is null or pkt_len
+///         is below 1
 int add_syslog_rfc5424_header(char *pkt, int pkt_len, int pri, int facility, const char *msgID, const char *hostname);
 
 /// Sends a line of at most 4095 characters to the first of some collectors that takes it. One thread at a time.
@@ -169,8 +169,8 @@ int socklib_syslog_network(int send_socket, struct addrinfo *addr_info, uint16_t
                            int is_rfc5424_header, const char *hostname, const char *msgID, const char *fmt, ...)
     __attribute__((format(printf, 9, 10)));
 
-/// Sends a line of at most 1023 characters, "<PRI><MAC of the device>message", as a frame of its own making: for a device
-/// that has no address yet. Both ports are the destination's.
+/// Sends a line of at most 1023 characters, "<PRI><MAC of the device>message", as a frame of its own making: for a
+/// device that has no address yet. Both ports are the destination's.
 ///
 /// @param raw_socket  made by socklib_open_socket_raw on the device
 /// @param dst_mac     text; null: broadcast
@@ -182,8 +182,8 @@ int socklib_syslog_network_raw(int raw_socket, const char *device, const char *d
                                uint16_t dst_port, int facility, int pri, const char *fmt, ...)
     __attribute__((format(printf, 8, 9)));
 
-/// Sends one UDP packet in an Ethernet frame of its own making, with a TTL of 1: it never leaves the link. Addresses are
-/// texts; null gives the device's own as the source (zeros when it has none) and broadcast as the destination. A
+/// Sends one UDP packet in an Ethernet frame of its own making, with a TTL of 1: it never leaves the link. Addresses
+/// are texts; null gives the device's own as the source (zeros when it has none) and broadcast as the destination. A
 /// multicast destination has the Ethernet address of its group whatever dst_mac says.
 ///
 /// @param raw_socket  made by socklib_open_socket_raw on the device

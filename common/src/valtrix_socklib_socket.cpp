@@ -146,8 +146,8 @@ int socklib_destroy_valtrix_socket(int sock, const struct socklib_inet_addr *mca
     if (is_group(mcast_addr)) {
         ip_mreq membership{};
         membership.imr_multiaddr = mcast_addr->address.ipv4;
-        // The address of the device that it was joined on; without it the kernel goes by its routes. What cannot be left
-        // here is left by closing.
+        // The address of the device that it was joined on; without it the kernel goes by its routes. What cannot be
+        // left here is left by closing.
         socklen_t size = sizeof membership.imr_interface;
         (void)getsockopt(sock, IPPROTO_IP, IP_MULTICAST_IF, &membership.imr_interface, &size);
         (void)setsockopt(sock, IPPROTO_IP, IP_DROP_MEMBERSHIP, &membership, sizeof membership);
