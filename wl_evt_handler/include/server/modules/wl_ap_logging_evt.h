@@ -26,8 +26,8 @@ void handle_vre_evt_chan_info(vre_iw_cmd_t e, void *buf, int len);
 /// Reports an event of the access point, unless the same was reported a short while ago.
 ///
 /// @param event  the event as it came, whose name the log tells when it is skipped
-/// @param info   its info code is the event's index or already the server's code, and becomes the server's code (0: none)
-///               unless a file of another process stops all reports; its value is the text compared
+/// @param info   its info code is the event's index or already the server's code, and becomes the server's code (0:
+///               none) unless a file of another process stops all reports; its value is the text compared
 /// @param len    bytes of the payload that the event came with; not looked at
 /// @return 0 admitted, which counts as sent even without memory for the report; 1 skipped or failed; 3 throttled
 int wl_ap_ts(vre_iw_cmd_t event, wl_evt_info_t *info, int len);
