@@ -95,11 +95,8 @@ uint8_t *append(uint8_t *at, const void *bytes, size_t size) {
 
 /// Adds bytes to a sum, as words of the wire; an odd last byte is the first of its word.
 uint32_t add_words(uint32_t sum, const uint8_t *bytes, size_t size) {
-    for (size_t at = 0; at < size; at += 2) {
-        uint8_t word[2] = {};
-        std::memcpy(word, bytes + at, std::min(sizeof word, size - at));
-        sum += uint32_t{word[0]} << 8 | word[1];
-    }
+    for (size_t at = 0; at < size; ++at)
+        sum += at % 2 == 0 ? uint32_t{bytes[at]} << 8 : bytes[at];
     return sum;
 }
 
