@@ -75,13 +75,20 @@ def far() -> Iterator[links.Network]:
             assert ip("address", "add", f"{address}/24", "dev", device)
             assert ip("link", "add", NOWHERE, "type", "veth") and ip("link", "set", NOWHERE, "up")
             assert ip("route", "add", "224.0.0.0/4", "dev", NOWHERE)
-        wait_until(lambda: "LOWER_UP" in _shown(NEAR), "a link")
+        wait_for_link([], NEAR)
+        wait_for_link(network.inside(), FAR)
         yield network
         links.remove(NOWHERE)
 
 
-def _shown(device: str) -> str:
-    return subprocess.run(["ip", "link", "show", device], capture_output=True, text=True, check=True).stdout
+def wait_for_link(where: list[str], device: str) -> None:
+    """Waits until what a device sends is no longer dropped."""
+
+    def leads_on() -> bool:
+        shown = subprocess.run([*where, "ip", "link", "show", device], capture_output=True, text=True, check=True)
+        return "qdisc noop " not in shown.stdout and " state UP " in shown.stdout
+
+    wait_until(leads_on, f"a link at {device}")
 
 
 def run(command: Sequence[str], *words: str, data: bytes = b"", status: int = 0) -> tuple[bytes, str]:
@@ -117,7 +124,8 @@ class Running:
         print(line, file=self._process.stdin, flush=True)
 
     def wait_for(self, line: str) -> None:
-        wait_until(lambda: line in self.lines or self._process.poll() is not None, f"the line {line!r}")
+        output_goes_on = self._readers[0].is_alive
+        wait_until(lambda: line in self.lines or not output_goes_on(), f"the line {line!r}")
         assert line in self.lines, self.log
 
     def __enter__(self) -> Running:
@@ -320,6 +328,7 @@ def test_a_raw_socket_receives_frames_of_its_type_on_its_device_only(program, fa
         assert links.add_pair("near1", "far1") and far.move("far1")
         stack.callback(links.remove, "near1")
         assert links.set_up("near1") and far.ip("link", "set", "far1", "up")
+        wait_for_link([], "near1")
         receive = far.inside(*program, "receive-frames")
         first = stack.enter_context(Running(receive, FAR, "88b5", "2"))
         second = stack.enter_context(Running(receive, "far1", "88b5", "1"))
@@ -331,6 +340,11 @@ def test_a_raw_socket_receives_frames_of_its_type_on_its_device_only(program, fa
         sender.send(frame_to(BROADCAST_MAC, 0x88B5, b"on the other device"))
     assert first.lines == ["ready", frames[0].hex(), frames[1].hex()]
     assert second.lines == ["ready", frame_to(BROADCAST_MAC, 0x88B5, b"on the other device").hex()]
+
+
+def test_a_raw_socket_on_a_device_that_is_not_there_is_refused(program):
+    _, log = run(program, "receive-frames", "missing0", "88b5", "1", status=1)
+    assert log == "socklib_open_socket_raw: bind failed to device missing0\n"
 
 
 # Syslog
@@ -518,7 +532,9 @@ def test_bytes_that_come_one_by_one_are_read_until_all_are_there(program):
 
 def test_no_more_than_the_wanted_bytes_are_read(program):
     with reading(program, 5) as (reader, peer):
-        peer.sendall(b"first, second")
+        peer.sendall(b"fi")
+        wait_until(lambda: all_taken(peer), "the beginning to be read")
+        peer.sendall(b"rst, second")
         reader.wait_for("first")
 
 
