@@ -314,9 +314,8 @@ def test_a_udp_checksum_of_0_counts_as_none(program, far):
 
 
 def frame_to(mac: str, ethernet_type: int, data: bytes) -> bytes:
-    return b"".join(bytes.fromhex(each.replace(":", "")) for each in (mac, NEAR_MAC)) + struct.pack(
-        ">H", ethernet_type
-    ) + data.ljust(46, b"\0")
+    addresses = bytes.fromhex((mac + NEAR_MAC).replace(":", ""))
+    return addresses + struct.pack(">H", ethernet_type) + data.ljust(46, b"\0")
 
 
 def test_a_raw_socket_receives_frames_of_its_type_on_its_device_only(program, far):
