@@ -1,4 +1,4 @@
-"""Pairs of interfaces, which the kernel may or may not let this access point make."""
+"""Pairs of interfaces, and a second network to lead one of them to, which the kernel may or may not let us make."""
 
 from __future__ import annotations
 
@@ -39,3 +39,32 @@ def set_down(name: str) -> bool:
 def remove(name: str) -> None:
     """Removes an interface, and with it the other of its pair."""
     ip("link", "delete", name)
+
+
+class Network:
+    """A network beside this one, with nothing in it but what is moved there, during a `with` block. OSError where the
+    kernel allows none."""
+
+    def __enter__(self) -> Network:
+        self._holder = subprocess.Popen(
+            ["unshare", "--net", "sh", "-c", "echo here; exec cat"], stdin=subprocess.PIPE, stdout=subprocess.PIPE
+        )
+        assert self._holder.stdout is not None
+        if self._holder.stdout.readline() != b"here\n":
+            self.__exit__()
+            raise OSError("the kernel allows no second network")
+        self.proc = f"/proc/{self._holder.pid}/net"
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self._holder.communicate()  # the end of its input is its own end
+
+    def inside(self, *command: str) -> list[str]:
+        """A command that is to run there."""
+        return ["nsenter", f"--net=/proc/{self._holder.pid}/ns/net", *command]
+
+    def move(self, device: str) -> bool:
+        return ip("link", "set", device, "netns", str(self._holder.pid))
+
+    def ip(self, *words: str) -> bool:
+        return subprocess.run(self.inside("ip", *words), capture_output=True, check=False).returncode == 0

@@ -9,7 +9,7 @@ import os
 import signal
 import struct
 import subprocess
-from collections.abc import Iterable, Iterator
+from collections.abc import Iterable, Iterator, Sequence
 from contextlib import contextmanager
 
 from sim.background import DEFAULT_LIMIT, wait_until
@@ -50,11 +50,17 @@ def _frame(ports: tuple[int, int], sequence: int, segment: bytes) -> bytes:
     return bytes(12) + b"\x08\x00" + ip + tcp + segment
 
 
-def fields(path: str, *names: str) -> list[tuple[list[str], ...]]:
-    """The values of some fields, for each frame that has a packet: for each field a list of its values in the frame."""
+def fields(
+    path: str, *names: str, only: str = "synch_agent", options: Sequence[str] = ()
+) -> list[tuple[list[str], ...]]:
+    """The values of some fields, for each frame that has a packet: for each field a list of its values in the frame.
+
+    only     a display filter: which frames
+    options  more of tshark's
+    """
     wanted = [word for name in ("frame.number", *names) for word in ("-e", name)]
-    layout = ("-T", "fields", "-E", f"aggregator={_BETWEEN_VALUES}", "-Y", "synch_agent")
-    rows = [line.split("\t")[1:] for line in run(path, *layout, *wanted).split("\n")[:-1]]
+    layout = ("-T", "fields", "-E", f"aggregator={_BETWEEN_VALUES}", "-Y", only)
+    rows = [line.split("\t")[1:] for line in run(path, *layout, *options, *wanted).split("\n")[:-1]]
     return [tuple(value.split(_BETWEEN_VALUES) if value else [] for value in row) for row in rows]
 
 
@@ -71,9 +77,15 @@ def run(path: str, *options: str) -> str:
 
 
 @contextmanager
-def capturing(path: str) -> Iterator[None]:
-    """Captures what travels between the daemon and the agent, from now until the end of the `with` block."""
-    command = ["dumpcap", "-q", "-i", "lo", "-f", f"tcp port {AGENT_PORT}", "-w", path]
+def capturing(
+    path: str, device: str = "lo", only: str = f"tcp port {AGENT_PORT}", count: int | None = None
+) -> Iterator[None]:
+    """Captures what travels between the daemon and the agent, from now until the end of the `with` block.
+
+    device, only  another place to listen at, and a capture filter: what there
+    count         how many frames; the end of the `with` block waits for them
+    """
+    command = ["dumpcap", "-q", "-i", device, "-f", only, "-w", path, *(["-c", str(count)] if count else [])]
     messages = f"{path}.messages"
     with open(messages, "wb") as file:
         process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=file)
@@ -86,6 +98,8 @@ def capturing(path: str) -> Iterator[None]:
     try:
         wait_until(captures, "a capture that has begun")
         yield
+        if count:
+            process.wait(DEFAULT_LIMIT)
     finally:
         process.send_signal(signal.SIGINT)
         process.wait(DEFAULT_LIMIT)

@@ -1,10 +1,10 @@
-# Fails when the daemon asks for a shared library that is not part of the C library.
+# Fails when a program asks for a shared library that is not part of the C library.
 #
-# cmake -D DAEMON=<executable> -D READELF=<readelf of the target> -P daemon_needs_only_the_c_library.cmake
-execute_process(COMMAND ${READELF} -d ${DAEMON} OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
+# cmake -D PROGRAM=<executable> -D READELF=<readelf of the target> -P needs_only_the_c_library.cmake
+execute_process(COMMAND ${READELF} -d ${PROGRAM} OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "\\(NEEDED\\)[^\n]*\\[[^]\n]*\\]" entries "${dynamic}")
 if(NOT entries)
-  message(FATAL_ERROR "${DAEMON} is not dynamically linked:\n${dynamic}")
+  message(FATAL_ERROR "${PROGRAM} is not dynamically linked:\n${dynamic}")
 endif()
 foreach(entry ${entries})
   string(REGEX REPLACE ".*\\[(.*)\\]" "\\1" library "${entry}")
