@@ -16,7 +16,7 @@ import shutil
 import signal
 import subprocess
 from collections.abc import Callable, Iterable, Iterator, Sequence
-from contextlib import contextmanager
+from contextlib import contextmanager, suppress
 from typing import NamedTuple
 
 from sim import bus, fixed_paths, processes, reload
@@ -93,6 +93,7 @@ class AccessPoint:
         self.command = [*command, *arguments]
         self._peers_at_start = tuple(peers)
         self.peers: dict[str, bus.Peer] = {}
+        self._sessions: set[int] = set()  # of the daemons so far
 
     def __enter__(self) -> AccessPoint:
         install_root_files()
@@ -117,6 +118,7 @@ class AccessPoint:
     def close(self) -> str:
         """Ends everything and removes what is left of it. Result: what sanitizers had to report."""
         self.stop()
+        self._end_commands()
         for peer in self.peers.values():
             peer.close()
         self.peers.clear()
@@ -138,6 +140,7 @@ class AccessPoint:
         if launched.returncode != 0:
             raise RuntimeError(f"{self.command[0]} exited with {launched.returncode}: {launched.stdout.decode()}")
         wait_until(until or self.serves_queue, "a daemon that serves its queue", limit)
+        self._sessions.update(processes.session_of(pid) for pid in self.processes())
 
     def serves_queue(self) -> bool:
         """Whether the daemon has opened its queue, which is the last thing that it opens when it starts."""
@@ -169,6 +172,20 @@ class AccessPoint:
         for pid in self.processes():
             os.kill(pid, signal.SIGKILL)
         self.wait_until_gone(limit)
+
+    def _end_commands(self) -> None:
+        """Ends the shell commands that a daemon has started: they outlive it and may write meanwhile."""
+        sessions = self._sessions - {0, os.getsid(0)}  # 0: of another sandbox
+
+        def all_ended() -> bool:
+            commands = [pid for pid in processes.running() if processes.session_of(pid) in sessions]
+            commands = [pid for pid in commands if processes.command_line(pid)]
+            for pid in commands:
+                with suppress(ProcessLookupError):
+                    os.kill(pid, signal.SIGKILL)
+            return not commands
+
+        wait_until(all_ended, "the end of the daemon's commands")
 
     @contextmanager
     def held(self, limit: float = DEFAULT_LIMIT) -> Iterator[None]:

@@ -23,6 +23,12 @@ def parent_of(pid: int) -> int:
     return int(fields[1]) if fields else 0
 
 
+def session_of(pid: int) -> int:
+    """The session's id; 0 when the process is gone."""
+    fields = _read(pid, "stat").rpartition(")")[2].split()
+    return int(fields[3]) if fields else 0
+
+
 def command_line(pid: int) -> list[str]:
     """The words of the command; empty when the process is gone or has ended."""
     return _read(pid, "cmdline").split("\0")[:-1]

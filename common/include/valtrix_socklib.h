@@ -5,7 +5,8 @@
 /// none keeps state between calls, except for socklib_read_select and socklib_syslog_network, each of which one thread
 /// at a time may call. IPv4 addresses are 32-bit values that hold their four bytes as they lie on the wire (what
 /// `in_addr.s_addr` holds); ports are numbers of the machine where nothing else is said. Failures that have a log line
-/// write it at level 3. Descriptors are closed on exec; no send on a socket raises SIGPIPE.
+/// write it at level 3. Descriptors are closed on exec; no send of a packet or of a line over UDP
+/// raises SIGPIPE.
 #pragma once
 
 #include <netinet/in.h>
@@ -56,7 +57,7 @@ int socklib_create_valtrix_udp_socket(const char *device, const struct socklib_i
 /// Makes a TCP socket bound to the port on every address of the machine; it does not listen yet.
 int socklib_create_valtrix_tcp_socket(uint16_t port) SOCKLIB_CHECK_RESULT;
 
-/// Leaves the group, when the address is one, and closes the socket.
+/// Leaves the group, when the address is one, and closes the socket; a group that cannot be left is left by closing.
 ///
 /// @param mcast_addr  what the socket was made with
 /// @return 0, or -1 when the descriptor is none

@@ -15,7 +15,7 @@ namespace {
 
 constexpr size_t HEADERS = sizeof(ether_header) + sizeof(iphdr) + sizeof(udphdr);
 static_assert(HEADERS == 42);
-constexpr int MAC_TEXT_CHARACTERS = 17;
+constexpr size_t MAC_TEXT_CHARACTERS = 17;
 constexpr int VERSION_AND_LENGTH = 0x45;  // 4, and 5 words of 4 bytes
 constexpr size_t LONGEST_DATA = UINT16_MAX - sizeof(iphdr) - sizeof(udphdr);
 
@@ -28,7 +28,8 @@ struct frame_ends {
 };
 
 bool read_mac(const char *text, uint8_t *mac) {
-    return socklib_mac_aton(mac, ETH_ALEN, text, MAC_TEXT_CHARACTERS) != nullptr;
+    const auto length = static_cast<int>(strnlen(text, MAC_TEXT_CHARACTERS));
+    return socklib_mac_aton(mac, ETH_ALEN, text, length) != nullptr;
 }
 
 /// @return false for a text that is no address
@@ -67,7 +68,7 @@ ether_header ethernet_header(const frame_ends &ends) {
 
 iphdr ip_header(const frame_ends &ends, size_t data_len) {
     iphdr header{};
-    std::memset(&header, VERSION_AND_LENGTH, 1);
+    std::memset(&header, VERSION_AND_LENGTH, 1);  // a byte, as the checksum reads it
     header.tot_len = htons(static_cast<uint16_t>(sizeof(iphdr) + sizeof(udphdr) + data_len));
     header.ttl = 1;  // deliberately: the frame never leaves the link
     header.protocol = IPPROTO_UDP;

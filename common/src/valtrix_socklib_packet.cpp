@@ -36,20 +36,19 @@ ssize_t send_to(int sock, const void *data, size_t size, int flags, const sockad
 }
 
 /// @param size  of the buffer
-/// @return the size of the datagram, of which the buffer holds the beginning; negative with `errno` set
+/// @return the size of the datagram, of which the buffer holds the beginning; on failure a negative `errno` value
 ssize_t receive_from(int sock, void *buffer, size_t size, int flags, sockaddr_in *from) {
     socklen_t length = sizeof *from;
     // MSG_TRUNC: the whole size is told, also of what does not fit.
     const ssize_t received =
         recvfrom(sock, buffer, size, flags | MSG_TRUNC, reinterpret_cast<sockaddr *>(from), &length);
-    if (received < 0) {
-        const int error = errno;
-        WL_LOG_AS(RECEIVE_PACKET, 3, "recvfrom function failed ![%d,%s]", error, error_text(error));
-        if (error == ECONNRESET)
-            WL_LOG_AS(RECEIVE_PACKET, 3, "Connection reset error, so returning");
-        errno = error;
-    }
-    return received;
+    if (received >= 0)
+        return received;
+    const int error = errno;
+    WL_LOG_AS(RECEIVE_PACKET, 3, "recvfrom function failed ![%d,%s]", error, error_text(error));
+    if (error == ECONNRESET)
+        WL_LOG_AS(RECEIVE_PACKET, 3, "Connection reset error, so returning");
+    return -error;
 }
 
 /// Takes a datagram of which no byte is announced. @return 0 or -1
@@ -73,7 +72,7 @@ int receive_announced(int sock, unsigned announced, uint8_t **buf, int flags, so
     }
     const ssize_t received = receive_from(sock, packet, announced, flags, from);
     if (received < 0) {
-        if (errno == EAGAIN)
+        if (received == -EAGAIN)
             WL_LOG_AS(RECEIVE_PACKET, 3, "Seems like UDP checksum failed");
         std::free(packet);
         return -1;

@@ -26,7 +26,7 @@ constexpr uint16_t SYSLOG_PORT = 514;
 void append_message(char *line, int begun, int longest, const char *fmt, va_list arguments) {
     const int at = std::clamp(begun, 0, longest);
     (void)vsnprintf(line + at, static_cast<size_t>(longest + 1 - at), fmt, arguments);
-    line[longest] = '\0';
+    line[longest] = '\0';  // whatever the C library leaves of a message that it cannot print
 }
 
 /// Sends the line to the first destination that takes it. @return the last failure on the way, 0 when there was none

@@ -265,8 +265,12 @@ TEST_F(SocklibPacket, RefusedSendingOfAUdpPacket) {
 }
 
 TEST_F(SocklibPacket, UdpPacketOfNegativeLengthIsRefused) {
-    EXPECT_EQ(socklib_send_udp_packet(sender, "hello", -1, 0, to.sin_addr.s_addr, to.sin_port), -1);
-    EXPECT_EQ(socklib_send_udp_packet(sender, "hello", INT32_MIN, 0, to.sin_addr.s_addr, to.sin_port), -1);
+    for (const int length : {-1, INT32_MIN}) {
+        const auto size = static_cast<size_t>(length);
+        expect_lines(3, {"socklib_send_udp_packet: sendto error: Message too long"}, [this, size] {
+            EXPECT_EQ(socklib_send_udp_packet(sender, "hello", size, 0, to.sin_addr.s_addr, to.sin_port), -1);
+        });
+    }
     EXPECT_FALSE(something_waits());
 }
 
@@ -350,6 +354,8 @@ TEST_F(SocklibUnixPacket, PacketOfNegativeLengthIsRefusedAndSendsNothing) {
         const auto size = static_cast<size_t>(length);
         expect_lines(3, {"socklib_send_unix_packet: send failed on unix socket: Message too long"},
                      [&] { EXPECT_EQ(socklib_send_unix_packet(sock, block.get(), size, MSG_DONTWAIT), -1); });
+        expect_lines(3, {"socklib_send_packet: Sendto error: Message too long"},
+                     [&] { EXPECT_EQ(socklib_send_packet(sock, block.get(), size, MSG_DONTWAIT, nullptr), -1); });
     }
     EXPECT_EQ(all_of_the_peer().size(), 0u);
 }

@@ -635,8 +635,10 @@ TEST_F(SocklibUdp, DestroyingWithoutAGroupOnlyCloses) {
 }
 
 TEST_F(SocklibUdp, DestroyingNoSocketFails) {
-    EXPECT_EQ(socklib_destroy_valtrix_socket(-1, &peer), -1);
-    EXPECT_EQ(socklib_destroy_valtrix_socket(-1, nullptr), -1);
+    const socklib_inet_addr *const addresses[] = {&peer, nullptr};
+    for (const socklib_inet_addr *address : addresses)
+        expect_lines(3, {"socklib_close_socket: close failed: Bad file descriptor"},
+                     [address] { EXPECT_EQ(socklib_destroy_valtrix_socket(-1, address), -1); });
 }
 
 // Whole frames: "sock0", with 10.1.2.3/24, and "sock1", without an address, are the ends of a cable of the sandbox.

@@ -539,6 +539,15 @@ TEST_F(SyslogNetwork, SocketThatIsNoneFailsForEveryDestination) {
     EXPECT_EQ(first.lines(), lines{});
 }
 
+TEST_F(SyslogNetwork, StreamSocketWithoutAPeerFailsWithoutASignal) {
+    to.add(first);
+    close(sender);
+    sender = socket(AF_INET, SOCK_STREAM, 0);
+    log_capture log;
+    EXPECT_EQ(send_plain("x"), EPIPE);
+    EXPECT_EQ(log.lines(), lines(1, failure("127.0.0.1", EPIPE)));
+}
+
 TEST_F(SyslogNetwork, AddressThatIsNoneHasNoText) {
     destinations cut;
     cut.add(first.address, 1);
@@ -715,7 +724,10 @@ TEST_F(SyslogRaw, GroupHasItsOwnMacWhateverTheGivenOne) {
 }
 
 TEST_F(SyslogRaw, DestinationThatIsNoAddressIsRefused) {
-    EXPECT_EQ(send("x", "collector"), -1);
+    expect_line(3,
+                "socklib_send_eth_raw: invalid address, source [00:00:00:00:00:00][(null)] destination "
+                "[0a:0b:0c:0d:0e:0f][collector]",
+                [this] { EXPECT_EQ(send("x", "collector"), -1); });
     EXPECT_EQ(socklib_syslog_network_raw(ends[0], "nosuch0", "0a:0b", "10.1.2.9", 0, 128, 6, "x"), -1);
     EXPECT_EQ(frame(), "");
 }
