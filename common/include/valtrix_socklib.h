@@ -44,17 +44,20 @@ int socklib_exit(void);
 /// Makes a local stream socket.
 int socklib_create_unix_socket(void) SOCKLIB_CHECK_RESULT;
 
-/// Makes a UDP socket that may broadcast. For a multicast group (first octet 224 to 239) it sends through the device
-/// with a TTL of 64 and without hearing itself, and is a member of the group there.
+/// Makes an IPv4 UDP socket that may broadcast. For a multicast group (first octet 224 to 239) it sends through the
+/// device with a TTL of 64 and without hearing itself (but on "lo"), and is a member of the group there.
 ///
 /// @param device      name of the interface; matters for a group or with an own address to report only
-/// @param mcast_addr  the peers' address, a group or not; null: none in particular
-/// @param tobind      not 0: bind to the port, on the group's address, for any other on every address of the machine
+/// @param mcast_addr  the peers' address, a group or not, an IPv6 address counts as none; null: none in particular
+/// @param tobind      not 0: bind to the port, on the group's address, for any other on every address of the machine;
+///                    another socket made like this may bind to it too, and a datagram that is not for a group reaches
+///                    the last of them only
 /// @param ptr_pmac_info_self_addr_p  receives the device's own address when the socket is bound; null: not asked for
 int socklib_create_valtrix_udp_socket(const char *device, const struct socklib_inet_addr *mcast_addr, uint16_t port,
                                       int tobind, uint32_t *ptr_pmac_info_self_addr_p) SOCKLIB_CHECK_RESULT;
 
-/// Makes a TCP socket bound to the port on every address of the machine; it does not listen yet.
+/// Makes a TCP socket bound to the port on every address of the machine; it does not listen yet. A port is refused only
+/// while somebody listens there.
 int socklib_create_valtrix_tcp_socket(uint16_t port) SOCKLIB_CHECK_RESULT;
 
 /// Leaves the group, when the address is one, and closes the socket; a group that cannot be left is left by closing.
@@ -77,7 +80,7 @@ int socklib_bind_socket(int fdsock, uint32_t addr, uint16_t port) SOCKLIB_CHECK_
 /// @return 0, or -1 when the descriptor is none
 int socklib_close_socket(int fd);
 
-/// Makes a socket of whole Ethernet frames on one device.
+/// Makes a socket of whole Ethernet frames on one device. Needs CAP_NET_RAW.
 ///
 /// @param flags     status flags of the descriptor, such as O_NONBLOCK
 /// @param protocol  the Ethernet type it receives, such as 0x0800 (ETH_P_ALL: every one)
@@ -111,7 +114,7 @@ int socklib_send_unix_packet(int sock, const void *packet, size_t packet_len, in
 ///
 /// @param valtrix_socket  a datagram socket: a stream loses its bytes here
 /// @param buf             receives the datagram, which the caller frees; null on failure and for an empty one
-/// @param src_addr        receives the sender, also of an empty one; null: not asked for
+/// @param src_addr        receives the sender, also of an empty one; null: not asked for, as on a raw socket
 /// @return the number of bytes in the buffer, 0 for an empty datagram, -1 on failure
 int socklib_receive_packet(int valtrix_socket, uint8_t **buf, int flags,
                            struct sockaddr_in *src_addr) SOCKLIB_CHECK_RESULT;
@@ -159,11 +162,13 @@ int add_syslog_rfc5424_header(char *pkt, int pkt_len, int pri, int facility, con
 /// Sends a line of at most 4095 characters to the first of some collectors that takes it. One thread at a time.
 ///
 /// @param send_socket  a UDP socket of the destinations' family
-/// @param addr_info    destinations with their ports, as getaddrinfo makes them
+/// @param addr_info    destinations with their ports, as getaddrinfo makes them; those of socklib_getaddrinfo have none
+///                     yet
 /// @param sec_mode     not used
 /// @param pri          severity
 /// @param is_rfc5424_header  not 0: with the header of add_syslog_rfc5424_header, which is nothing without a hostname;
 ///                           0: "<PRI>" before the message
+/// @param msgID        "-" for none
 /// @return the last failure on the way, an `errno` value or -1 for a destination without an address, deliberately also
 ///         when a later destination took the line; 0 when there was none; -1 for a null addr_info
 int socklib_syslog_network(int send_socket, struct addrinfo *addr_info, uint16_t sec_mode, int facility, int pri,
@@ -175,7 +180,8 @@ int socklib_syslog_network(int send_socket, struct addrinfo *addr_info, uint16_t
 ///
 /// @param raw_socket  made by socklib_open_socket_raw on the device
 /// @param dst_mac     text; null: broadcast
-/// @param dst_ip      text
+/// @param dst_ip      text; 255.255.255.255 while the device has no address: to any other, Linux receivers drop what
+///                    comes from none
 /// @param dst_port    0: 514
 /// @param pri         severity
 /// @return 0; -1 when dst_ip is null or empty and for what socklib_send_eth_raw refuses
@@ -189,7 +195,7 @@ int socklib_syslog_network_raw(int raw_socket, const char *device, const char *d
 ///
 /// @param raw_socket  made by socklib_open_socket_raw on the device
 /// @param data        may be null when data_len is 0
-/// @param data_len    0 to 65507
+/// @param data_len    0 to 65507; what the device cannot take in one frame fails when it is written
 /// @return 0; -1 for a text that is no address, a longer packet, no memory or a failed write
 int socklib_send_eth_raw(int raw_socket, const char *device, const char *src_mac, const char *src_ip, uint16_t src_port,
                          const char *dst_mac, const char *dst_ip, uint16_t dst_port, const uint8_t *data,
@@ -302,7 +308,7 @@ int socklib_gethostbyname(const char *name, char *text) SOCKLIB_CHECK_RESULT;
 
 /// Resolves a name to addresses of the caller's family and socket type.
 ///
-/// @param result  receives a list that the caller frees with freeaddrinfo; set only on success
+/// @param result  receives a list that the caller frees with freeaddrinfo, with ports of 0; set only on success
 /// @param hints   only ai_family and ai_socktype count; null: any
 /// @return what getaddrinfo returns: 0 or an EAI_ code
 int socklib_getaddrinfo(const char *name, struct addrinfo **result, const struct addrinfo *hints) SOCKLIB_CHECK_RESULT;
