@@ -9,9 +9,9 @@
 #include <sys/stat.h>
 
 #include "event_payload.h"
+#include "fuzz_input.h"
 #include "wl_ap_logging_evt.h"
 #include "wl_ap_logging_evt_internal.h"
-#include "wl_log.h"
 #include "wl_utils.h"
 
 extern "C" FILE *__real_fopen(const char *path, const char *mode);
@@ -20,11 +20,6 @@ namespace {
 
 uint32_t now;
 int posted;
-
-void require(bool condition) {
-    if (!condition)
-        __builtin_trap();
-}
 
 }  // namespace
 
@@ -50,36 +45,6 @@ extern "C" int __wrap__Z14os_get_reltimeP10os_reltime(os_reltime *out) {
 
 namespace {
 
-/// Takes the input apart; beyond its end there are zeros.
-class reader {
-public:
-    reader(const uint8_t *data, size_t size) : rest_(data, data + size) {}
-
-    bool done() const {
-        return at_ == rest_.size();
-    }
-
-    uint8_t byte() {
-        return done() ? uint8_t{0} : rest_[at_++];
-    }
-
-    byte_string block(size_t length) {
-        const size_t count = std::min(length, rest_.size() - at_);
-        const auto begin = rest_.begin() + static_cast<std::ptrdiff_t>(at_);
-        at_ += count;
-        return {begin, begin + static_cast<std::ptrdiff_t>(count)};
-    }
-
-    byte_string file() {
-        const size_t high = byte();
-        return block(high << 8 | byte());
-    }
-
-private:
-    byte_string rest_;
-    size_t at_ = 0;
-};
-
 enum action : uint8_t {
     USER_SPACE,
     USER_SPACE_TEXT,
@@ -101,7 +66,7 @@ void write(const char *path, const byte_string &bytes) {
     std::fclose(file);
 }
 
-void prepare(reader &input) {
+void prepare(input_reader &input) {
     for (const char *const folder : {"/opt/ap", "/tmp/profile1"})
         require(mkdir(folder, 0700) == 0 || errno == EEXIST);
     write("/tmp/conn_status", {});
@@ -153,23 +118,22 @@ void report(uint8_t code, const byte_string &value) {
     require(posted - before == (result == 0 ? 1 : 0));
 }
 
-void act(reader &input) {
-    const auto payload = [&input] { return input.block(input.byte()); };
+void act(input_reader &input) {
     switch (input.byte() % ACTIONS) {
     case USER_SPACE:
-        return receive(handle_vre_userspace_event, VRE_USERSPACE_EVT, payload());
+        return receive(handle_vre_userspace_event, VRE_USERSPACE_EVT, input.short_block());
     case USER_SPACE_TEXT: {
         const uint8_t code = input.byte();
-        return user_space(code, payload());
+        return user_space(code, input.short_block());
     }
     case POWER_CHANGED:
-        return receive(handle_vre_evt_txpow_change, VRE_EVT_TXPOW_CHANGE, payload());
+        return receive(handle_vre_evt_txpow_change, VRE_EVT_TXPOW_CHANGE, input.short_block());
     case POWER_UNCHANGED:
-        return receive(handle_vre_evt_txpow_not_changed, VRE_EVT_TXPOW_NOT_CHANGED, payload());
+        return receive(handle_vre_evt_txpow_not_changed, VRE_EVT_TXPOW_NOT_CHANGED, input.short_block());
     case CHANNEL:
-        return receive(handle_vre_evt_chan_info, VRE_EVT_CHAN_INFO, payload());
+        return receive(handle_vre_evt_chan_info, VRE_EVT_CHAN_INFO, input.short_block());
     case VAP:
-        return receive(handle_vre_vap_down, VRE_VAP_DOWN, payload());
+        return receive(handle_vre_vap_down, VRE_VAP_DOWN, input.short_block());
     case REPORT: {
         const uint8_t code = input.byte();
         return report(code, input.file());
@@ -185,13 +149,9 @@ void act(reader &input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (g_logfile_fd == nullptr) {
-        g_logfile_fd = __real_fopen("/dev/null", "w");
-        g_max_logfile_size = INT32_MAX;
-        debug = 7;
-    }
+    drop_log_lines();
     now = 1000;
-    reader input(data, size);
+    input_reader input(data, size);
     prepare(input);
     restart();
     check();
